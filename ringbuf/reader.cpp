@@ -1,0 +1,164 @@
+// Readers: following the writer around the ring, holding one frame at a
+// time, parking on the write position when caught up.
+#include "area.h"
+
+using namespace tarvo::ring;
+
+namespace {
+
+// No frame is this far from a wanted number.
+constexpr uint32_t kNoDistance = 999999;
+
+// Hold `cell` for reading; called with the area lock held, gives it back.
+void *take(RingBuffer *rb, uint8_t *cell)
+{
+    add(cell, Field::Used, 1);
+    rb->cell = cell;
+    rb->seq = get(cell, Field::Seq);
+    rb->hold = kHolding;
+    sfUnlock(rb->areaLock);
+    return payloadOf(cell);
+}
+
+bool isNewFrame(const RingBuffer *rb, const uint8_t *cell)
+{
+    uint32_t state = get(cell, Field::WStat);
+    uint32_t seq = get(cell, Field::Seq);
+    // A passed-over frame counts only as the very next number; an ordinary
+    // frame counts whenever it is not the one read last.
+    return (state == kPassedOver && seq == rb->seq + 1) || (state == kFull && seq != rb->seq);
+}
+
+// Wait on the write position for the frame being written there.  Called
+// with the area lock held; the only place where a reader blocks.
+void *park(RingBuffer *rb, uint8_t *cell)
+{
+    add(cell, Field::Stay, 1);
+    rb->hold = kParked;
+    rb->cell = cell;
+    sfUnlock(rb->areaLock);
+    if (get(cell, Field::WStat) == kWritePosition)
+        sfWaitUnlock(rb->writerLock);
+    if (releasing(rb))
+        return RB_RELEASED;
+    sfLock(rb->areaLock);
+    if (get(cell, Field::WStat) == kFull && get(cell, Field::Seq) != rb->seq) {
+        add(cell, Field::Stay, -1);
+        return take(rb, cell);
+    }
+    sfUnlock(rb->areaLock);
+    return nullptr;
+}
+
+// Take the first new frame from `cell` up to the write position, or park
+// there.  Called with the area lock held.
+void *scanFrom(RingBuffer *rb, uint8_t *cell)
+{
+    uint8_t *writeCell = writePosition(rb);
+    while (cell != writeCell) {
+        if (releasing(rb)) {
+            sfUnlock(rb->areaLock);
+            return RB_RELEASED;
+        }
+        if (isNewFrame(rb, cell))
+            return take(rb, cell);
+        cell = nextInRing(rb, cell);
+    }
+    return park(rb, cell);
+}
+
+uint32_t distanceBetween(int wanted, uint32_t seq)
+{
+    int32_t difference = int32_t(uint32_t(wanted) - seq);
+    return difference < 0 ? 0u - uint32_t(difference) : uint32_t(difference);
+}
+
+// Hold the full cell whose number is nearest to `wanted`, walking the chain
+// once in memory order; the first of equally near cells wins.
+void *lockNearest(RingBuffer *rb, int wanted)
+{
+    rb->cell = nullptr;
+    sfLock(rb->areaLock);
+    uint8_t *chosen = nullptr;
+    uint32_t best = kNoDistance;
+    for (uint8_t *cell = firstCell(rb); cell; cell = cellAt(rb, get(cell, Field::Next))) {
+        if (releasing(rb)) {
+            sfUnlock(rb->areaLock);
+            return RB_RELEASED;
+        }
+        uint32_t state = get(cell, Field::WStat);
+        if (state != kFull && state != kPassedOver)
+            continue;
+        uint32_t distance = distanceBetween(wanted, get(cell, Field::Seq));
+        if (distance < best) {
+            chosen = cell;
+            best = distance;
+            if (distance == 0)
+                break;
+        }
+    }
+    if (chosen == nullptr) {
+        sfUnlock(rb->areaLock);
+        return nullptr;
+    }
+    return take(rb, chosen);
+}
+
+} // namespace
+
+extern "C" {
+
+void *rbLockRead(RingBuffer *rb)
+{
+    if (rb == nullptr || rb->hold == kHolding)
+        return nullptr;
+    sfLock(rb->areaLock);
+    uint8_t *cell = rb->cell;
+    if (cell == nullptr) {
+        cell = writePosition(rb);
+    } else if (rb->hold == kParked) {
+        rb->hold = kHoldsNothing;
+        add(cell, Field::Stay, -1);
+    }
+    return scanFrom(rb, cell);
+}
+
+void *rbLockReadSync(RingBuffer *rb, int seq)
+{
+    if (rb == nullptr || rb->hold == kHolding)
+        return nullptr;
+    if (seq != 0)
+        return lockNearest(rb, seq);
+    if (rb->hold == kHoldsNothing)
+        rb->cell = nullptr;
+    return rbLockRead(rb);
+}
+
+void rbUnlockRead(RingBuffer *rb)
+{
+    if (rb == nullptr || rb->cell == nullptr || rb->hold != kHolding)
+        return;
+    sfLock(rb->areaLock);
+    uint8_t *cell = rb->cell;
+    add(cell, Field::Used, -1);
+    if (cell != writePosition(rb))
+        cell = nextInRing(rb, cell);
+    add(cell, Field::Stay, 1);
+    rb->cell = cell;
+    rb->hold = kParked;
+    sfUnlock(rb->areaLock);
+}
+
+int rbSyncNewest(RingBuffer *rb)
+{
+    if (rb == nullptr)
+        return 0;
+    sfLock(rb->areaLock);
+    giveBackPlace(rb);
+    rb->hold = kHoldsNothing;
+    rb->cell = nullptr;
+    sfUnlock(rb->areaLock);
+    return 0;
+}
+
+} // extern "C"
