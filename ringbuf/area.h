@@ -8,7 +8,8 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace tarvo::ring {
+namespace tarvo::ring
+{
 
 inline constexpr uint32_t kAreaHeaderSize = 28;
 inline constexpr uint32_t kCellHeaderSize = 32;
@@ -27,7 +28,16 @@ struct AreaHeader {
 static_assert(sizeof(AreaHeader) == kAreaHeaderSize);
 
 // Cell header fields: byte offsets of big-endian 32-bit values.
-enum class Field : uint32_t { Used = 0, Stay = 4, WStat = 8, Seq = 12, Size = 16, Length = 20, Prev = 24, Next = 28 };
+enum class Field : uint32_t {
+    Used = 0,
+    Stay = 4,
+    WStat = 8,
+    Seq = 12,
+    Size = 16,
+    Length = 20,
+    Prev = 24,
+    Next = 28
+};
 
 // Cell states as the writer sets them.
 enum CellState : uint32_t { kEmpty = 0, kWritePosition = 1, kFull = 2, kPassedOver = 3 };
@@ -41,8 +51,8 @@ enum Hold : int { kHoldsNothing = 0, kParked = 1, kHolding = 2 };
 // followed in the segment.
 struct RingBuffer {
     int shmId;
-    uint32_t seq;  // writer: last number given out; reader: last number read
-    int hold;      // a tarvo::ring::Hold
+    uint32_t seq; // writer: last number given out; reader: last number read
+    int hold;     // a tarvo::ring::Hold
     SemLock areaLock;
     SemLock writerLock;
     uint8_t *cell;
@@ -51,7 +61,8 @@ struct RingBuffer {
     uint32_t segmentSize;
 };
 
-namespace tarvo::ring {
+namespace tarvo::ring
+{
 
 inline uint8_t *const kNotAttached = reinterpret_cast<uint8_t *>(~uintptr_t{0});
 
@@ -102,8 +113,7 @@ inline uint8_t *firstCell(const RingBuffer *rb)
 // the cell header outside the segment (a damaged chain) names the first cell.
 inline uint8_t *cellAt(const RingBuffer *rb, uint32_t distance)
 {
-    if (distance == 0)
-        return nullptr;
+    if (distance == 0) return nullptr;
     if (distance < kAreaHeaderSize || distance > rb->segmentSize - kCellHeaderSize)
         return firstCell(rb);
     return rb->base + distance;

@@ -6,7 +6,8 @@
 
 using namespace tarvo::ring;
 
-namespace {
+namespace
+{
 
 uint32_t currentCellField(const RingBuffer *rb, Field field)
 {
@@ -53,8 +54,7 @@ uint32_t rbGetError(RingBuffer *rb)
 
 int rbResetAll(RingBuffer *rb)
 {
-    if (rb == nullptr || rb->cell == nullptr)
-        return 0;
+    if (rb == nullptr || rb->cell == nullptr) return 0;
     sfLock(rb->areaLock);
     uint8_t *cell = rb->cell;
     do {
@@ -69,8 +69,7 @@ int rbResetAll(RingBuffer *rb)
 
 int rbCheckBuffer(RingBuffer *rb)
 {
-    if (rb == nullptr)
-        return 0;
+    if (rb == nullptr) return 0;
     sfLock(rb->areaLock);
     const AreaHeader *area = header(rb);
     printf("Rinbuf: Current Cell: Addr: %x, Usage: %d, Seq: %d, Offset: %x, Writer: %x\n",

@@ -4,7 +4,8 @@
 #include <cstdio>
 #include <iterator>
 
-namespace {
+namespace
+{
 
 constexpr int kPayloadWaitMs = 2000;
 constexpr uint32_t kJpegCode = 'J';
@@ -47,8 +48,7 @@ const uint32_t rbGetHeight2[3] = {480, 240, 120};
 
 int CalTimeDuration(const struct timeval *start)
 {
-    if (start == nullptr)
-        return 0;
+    if (start == nullptr) return 0;
     timeval now;
     gettimeofday(&now, nullptr);
     int32_t seconds = int32_t(now.tv_sec) - int32_t(start->tv_sec);
@@ -58,15 +58,12 @@ int CalTimeDuration(const struct timeval *start)
 
 void *rbGetPayload(RingBuffer *rb)
 {
-    if (rb == nullptr)
-        return nullptr;
+    if (rb == nullptr) return nullptr;
     timeval start;
     gettimeofday(&start, nullptr);
     for (;;) {
-        if (void *payload = rbLockRead(rb))
-            return payload;
-        if (CalTimeDuration(&start) >= kPayloadWaitMs)
-            return nullptr;
+        if (void *payload = rbLockRead(rb)) return payload;
+        if (CalTimeDuration(&start) >= kPayloadWaitMs) return nullptr;
     }
 }
 

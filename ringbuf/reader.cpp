@@ -4,7 +4,8 @@
 
 using namespace tarvo::ring;
 
-namespace {
+namespace
+{
 
 // No frame is this far from a wanted number.
 constexpr uint32_t kNoDistance = 999999;
@@ -37,10 +38,8 @@ void *park(RingBuffer *rb, uint8_t *cell)
     rb->hold = kParked;
     rb->cell = cell;
     sfUnlock(rb->areaLock);
-    if (get(cell, Field::WStat) == kWritePosition)
-        sfWaitUnlock(rb->writerLock);
-    if (releasing(rb))
-        return RB_RELEASED;
+    if (get(cell, Field::WStat) == kWritePosition) sfWaitUnlock(rb->writerLock);
+    if (releasing(rb)) return RB_RELEASED;
     sfLock(rb->areaLock);
     if (get(cell, Field::WStat) == kFull && get(cell, Field::Seq) != rb->seq) {
         add(cell, Field::Stay, -1);
@@ -60,8 +59,7 @@ void *scanFrom(RingBuffer *rb, uint8_t *cell)
             sfUnlock(rb->areaLock);
             return RB_RELEASED;
         }
-        if (isNewFrame(rb, cell))
-            return take(rb, cell);
+        if (isNewFrame(rb, cell)) return take(rb, cell);
         cell = nextInRing(rb, cell);
     }
     return park(rb, cell);
@@ -87,14 +85,12 @@ void *lockNearest(RingBuffer *rb, int wanted)
             return RB_RELEASED;
         }
         uint32_t state = get(cell, Field::WStat);
-        if (state != kFull && state != kPassedOver)
-            continue;
+        if (state != kFull && state != kPassedOver) continue;
         uint32_t distance = distanceBetween(wanted, get(cell, Field::Seq));
         if (distance < best) {
             chosen = cell;
             best = distance;
-            if (distance == 0)
-                break;
+            if (distance == 0) break;
         }
     }
     if (chosen == nullptr) {
@@ -110,8 +106,7 @@ extern "C" {
 
 void *rbLockRead(RingBuffer *rb)
 {
-    if (rb == nullptr || rb->hold == kHolding)
-        return nullptr;
+    if (rb == nullptr || rb->hold == kHolding) return nullptr;
     sfLock(rb->areaLock);
     uint8_t *cell = rb->cell;
     if (cell == nullptr) {
@@ -125,24 +120,19 @@ void *rbLockRead(RingBuffer *rb)
 
 void *rbLockReadSync(RingBuffer *rb, int seq)
 {
-    if (rb == nullptr || rb->hold == kHolding)
-        return nullptr;
-    if (seq != 0)
-        return lockNearest(rb, seq);
-    if (rb->hold == kHoldsNothing)
-        rb->cell = nullptr;
+    if (rb == nullptr || rb->hold == kHolding) return nullptr;
+    if (seq != 0) return lockNearest(rb, seq);
+    if (rb->hold == kHoldsNothing) rb->cell = nullptr;
     return rbLockRead(rb);
 }
 
 void rbUnlockRead(RingBuffer *rb)
 {
-    if (rb == nullptr || rb->cell == nullptr || rb->hold != kHolding)
-        return;
+    if (rb == nullptr || rb->cell == nullptr || rb->hold != kHolding) return;
     sfLock(rb->areaLock);
     uint8_t *cell = rb->cell;
     add(cell, Field::Used, -1);
-    if (cell != writePosition(rb))
-        cell = nextInRing(rb, cell);
+    if (cell != writePosition(rb)) cell = nextInRing(rb, cell);
     add(cell, Field::Stay, 1);
     rb->cell = cell;
     rb->hold = kParked;
@@ -151,8 +141,7 @@ void rbUnlockRead(RingBuffer *rb)
 
 int rbSyncNewest(RingBuffer *rb)
 {
-    if (rb == nullptr)
-        return 0;
+    if (rb == nullptr) return 0;
     sfLock(rb->areaLock);
     giveBackPlace(rb);
     rb->hold = kHoldsNothing;

@@ -4,7 +4,8 @@
 #include <sys/ipc.h>
 #include <sys/sem.h>
 
-namespace {
+namespace
+{
 
 constexpr int kMode = 0666;
 
@@ -41,12 +42,10 @@ SemLock sfInitial(int key, int create)
         // A set left by an earlier run: throw it away unless it is held.
         sfRelease(semget(key, 1, kMode));
         id = semget(key, 1, IPC_CREAT | IPC_EXCL | kMode);
-        if (id < 0)
-            return -1;
+        if (id < 0) return -1;
     }
     SemArgument free{.value = 0};
-    if (semctl(id, 0, SETVAL, free) < 0)
-        return -1;
+    if (semctl(id, 0, SETVAL, free) < 0) return -1;
     return id;
 }
 
@@ -75,8 +74,7 @@ int sfLocked(SemLock lock)
 
 int sfRelease(SemLock lock)
 {
-    if (sfLocked(lock) != 0)
-        return -1;
+    if (sfLocked(lock) != 0) return -1;
     return control(lock, IPC_RMID);
 }
 

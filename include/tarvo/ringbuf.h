@@ -56,8 +56,7 @@ typedef struct RingBuffer RingBuffer;
  * key too small to hold an area header and one cell counts as no segment
  * ("shmget fail!").
  */
-TARVO_API RingBuffer *rbInitial(int key, const char *name, int cellSize, int cellCount,
-                                int noSkip);
+TARVO_API RingBuffer *rbInitial(int key, const char *name, int cellSize, int cellCount, int noSkip);
 
 /* rbInitial(key, name, 0, 0, 0). */
 TARVO_API RingBuffer *rbAttach(int key, const char *name);
@@ -148,13 +147,13 @@ TARVO_API int rbCheckBuffer(RingBuffer *rb);
  */
 typedef uint32_t MediaFormat;
 
-TARVO_API extern const char *const rbMediaStr[7];  /* "JPG" ... "H263" */
-TARVO_API extern const char *const rbDepthStr[2];  /* "8bit", "16bit" */
-TARVO_API extern const char *const rbSrateStr[5];  /* "8K" ... "48K" */
-TARVO_API extern const char *const rbLevelStr[5];  /* "lowest" ... "highest" */
-TARVO_API extern const char *const rbScaleStr[3];  /* "VGA", "QVGA", "QQVGA" */
-TARVO_API extern const uint32_t rbGetWidth2[3];    /* 640, 320, 160 */
-TARVO_API extern const uint32_t rbGetHeight2[3];   /* 480, 240, 120 */
+TARVO_API extern const char *const rbMediaStr[7]; /* "JPG" ... "H263" */
+TARVO_API extern const char *const rbDepthStr[2]; /* "8bit", "16bit" */
+TARVO_API extern const char *const rbSrateStr[5]; /* "8K" ... "48K" */
+TARVO_API extern const char *const rbLevelStr[5]; /* "lowest" ... "highest" */
+TARVO_API extern const char *const rbScaleStr[3]; /* "VGA", "QVGA", "QQVGA" */
+TARVO_API extern const uint32_t rbGetWidth2[3];   /* 640, 320, 160 */
+TARVO_API extern const uint32_t rbGetHeight2[3];  /* 480, 240, 120 */
 
 /* Milliseconds from *start to now (32-bit signed arithmetic); 0 for null. */
 TARVO_API int CalTimeDuration(const struct timeval *start);

@@ -1,0 +1,95 @@
+#include "reader_pool.h"
+
+#include <csignal>
+#include <cstdio>
+#include <new>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace tarvo::bench
+{
+
+struct ReaderPool::Shared {
+    std::atomic<bool> stop;
+    ReaderTally tallies[kReaders];
+};
+
+static_assert(std::atomic<bool>::is_always_lock_free, "the stop flag is shared between processes");
+
+// Each reader closes its end of the pipe once it has reported, so a reader
+// that dies before reporting shows as the end of the pipe, never as a hang.
+void ReaderLink::reportStart(bool started)
+{
+    char note = started ? '+' : '-';
+    (void)!write(readyPipe_, &note, 1);
+    close(readyPipe_);
+}
+
+ReaderPool::ReaderPool()
+{
+    void *at =
+        mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    shared_ = at == MAP_FAILED ? nullptr : new (at) Shared{};
+}
+
+ReaderPool::~ReaderPool()
+{
+    for (pid_t pid : pids_) {
+        if (pid > 0) {
+            kill(pid, SIGKILL);
+            waitpid(pid, nullptr, 0);
+        }
+    }
+    if (readyPipe_[0] >= 0) close(readyPipe_[0]);
+    if (shared_) munmap(shared_, sizeof(Shared));
+}
+
+bool ReaderPool::start(const Body &body)
+{
+    if (shared_ == nullptr || pipe(readyPipe_) != 0) return false;
+    fflush(nullptr);
+    for (int index = 0; index < kReaders; index++) {
+        pids_[index] = fork();
+        if (pids_[index] < 0) break;
+        if (pids_[index] == 0) {
+            // A reader must not outlive the benchmark, whatever ends it.
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            close(readyPipe_[0]);
+            ReaderLink link(shared_->tallies[index], shared_->stop, readyPipe_[1]);
+            int status = body(index, link);
+            fflush(nullptr);
+            _exit(status);
+        }
+    }
+    close(readyPipe_[1]);
+    int started = 0;
+    char note;
+    while (read(readyPipe_[0], &note, 1) == 1)
+        started += note == '+';
+    return started == kReaders;
+}
+
+bool ReaderPool::stopAndWait()
+{
+    if (shared_ == nullptr) return false;
+    shared_->stop.store(true);
+    bool allSucceeded = true;
+    for (pid_t &pid : pids_) {
+        int status = 0;
+        if (pid <= 0 || waitpid(pid, &status, 0) != pid)
+            allSucceeded = false;
+        else if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
+            allSucceeded = false;
+        pid = 0;
+    }
+    return allSucceeded;
+}
+
+const ReaderTally &ReaderPool::tally(int index) const
+{
+    return shared_->tallies[index];
+}
+
+} // namespace tarvo::bench

@@ -1,0 +1,65 @@
+// Reader processes for the benchmarks: each runs a body in its own process
+// (fork), reports once it is ready, keeps its tally in memory shared with the
+// pool, and ends when the pool raises the stop flag (or its input ends).
+#ifndef TARVO_BENCH_READER_POOL_H
+#define TARVO_BENCH_READER_POOL_H
+
+#include "frame_stamps.h"
+
+#include <sys/types.h>
+
+#include <array>
+#include <atomic>
+#include <functional>
+
+namespace tarvo::bench
+{
+
+inline constexpr int kReaders = 4;
+
+// A reader process's side of the pool.
+class ReaderLink
+{
+  public:
+    ReaderLink(ReaderTally &tally, const std::atomic<bool> &stop, int readyPipe)
+        : tally(tally), stop_(stop), readyPipe_(readyPipe)
+    {
+    }
+    ReaderTally &tally;
+    bool stopRequested() const { return stop_.load(std::memory_order_relaxed); }
+    // Tells the pool whether the reader could start; call exactly once.
+    void reportStart(bool started);
+
+  private:
+    const std::atomic<bool> &stop_;
+    int readyPipe_;
+};
+
+class ReaderPool
+{
+  public:
+    // A reader body: runs in the child process; its result is the exit status.
+    using Body = std::function<int(int index, ReaderLink &link)>;
+
+    ReaderPool();
+    // Kills and reaps readers that were not stopped (an early exit).
+    ~ReaderPool();
+    ReaderPool(const ReaderPool &) = delete;
+    ReaderPool &operator=(const ReaderPool &) = delete;
+
+    // Starts kReaders processes; true once every one has reported a start.
+    bool start(const Body &body);
+    // Raises the stop flag and reaps every reader; true when all exited with 0.
+    bool stopAndWait();
+    const ReaderTally &tally(int index) const;
+
+  private:
+    struct Shared;
+    Shared *shared_;
+    std::array<pid_t, kReaders> pids_{};
+    int readyPipe_[2] = {-1, -1};
+};
+
+} // namespace tarvo::bench
+
+#endif

@@ -1,0 +1,99 @@
+// A test's own look into a ring buffer's segment, by key, as any other
+// process sharing the area would see it.
+#ifndef TARVO_TESTS_AREA_VIEW_H
+#define TARVO_TESTS_AREA_VIEW_H
+
+#include <sys/ipc.h>
+#include <sys/shm.h>
+
+#include <cstdint>
+#include <cstring>
+#include <vector>
+
+namespace tarvo::test
+{
+
+struct CellView {
+    uint32_t at; // distance from the segment start
+    uint32_t used, stay, state, seq, size, length, prev, next;
+};
+
+class AreaView
+{
+  public:
+    enum Word { Release, Error, CellCount, NoSkip, CellsBytes, WriteCell, FirstCell };
+
+    explicit AreaView(int key)
+    {
+        int id = shmget(key, 0, 0);
+        shmid_ds status{};
+        if (id >= 0 && shmctl(id, IPC_STAT, &status) == 0) {
+            size_ = status.shm_segsz;
+            void *at = shmat(id, nullptr, 0);
+            base_ = at == reinterpret_cast<void *>(-1) ? nullptr : static_cast<uint8_t *>(at);
+        }
+    }
+    ~AreaView()
+    {
+        if (base_) shmdt(base_);
+    }
+    AreaView(const AreaView &) = delete;
+    AreaView &operator=(const AreaView &) = delete;
+
+    bool attached() const { return base_ != nullptr; }
+    size_t segmentSize() const { return size_; }
+
+    uint32_t word(Word which) const
+    {
+        uint32_t value;
+        std::memcpy(&value, base_ + 4 * which, 4);
+        return value;
+    }
+
+    // Cell fields are big-endian bytes on every host.
+    uint32_t field(uint32_t at, uint32_t offset) const
+    {
+        const uint8_t *p = base_ + at + offset;
+        return uint32_t{p[0]} << 24 | uint32_t{p[1]} << 16 | uint32_t{p[2]} << 8 | p[3];
+    }
+    void setField(uint32_t at, uint32_t offset, uint32_t value)
+    {
+        uint8_t *p = base_ + at + offset;
+        p[0] = uint8_t(value >> 24);
+        p[1] = uint8_t(value >> 16);
+        p[2] = uint8_t(value >> 8);
+        p[3] = uint8_t(value);
+    }
+
+    CellView cell(uint32_t at) const
+    {
+        return {at,
+                field(at, 0),
+                field(at, 4),
+                field(at, 8),
+                field(at, 12),
+                field(at, 16),
+                field(at, 20),
+                field(at, 24),
+                field(at, 28)};
+    }
+
+    // The chain from the first cell in memory order.
+    std::vector<CellView> cells() const
+    {
+        std::vector<CellView> chain;
+        for (uint32_t at = word(FirstCell); at != 0 && chain.size() < 100000; at = field(at, 28))
+            chain.push_back(cell(at));
+        return chain;
+    }
+
+    const uint8_t *payload(uint32_t at) const { return base_ + at + 32; }
+
+  private:
+    uint8_t *base_ = nullptr;
+    size_t size_ = 0;
+};
+
+} // namespace tarvo::test
+
+#endif

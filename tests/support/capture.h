@@ -1,0 +1,44 @@
+// Captures what a piece of code prints on a standard stream (fd 1 or 2).
+#ifndef TARVO_TESTS_CAPTURE_H
+#define TARVO_TESTS_CAPTURE_H
+
+#include <cstdio>
+#include <string>
+#include <unistd.h>
+
+namespace tarvo::test
+{
+
+template <typename Body> std::string captureFd(int fd, Body &&body)
+{
+    fflush(nullptr);
+    FILE *sink = tmpfile();
+    int saved = dup(fd);
+    dup2(fileno(sink), fd);
+    body();
+    fflush(nullptr);
+    dup2(saved, fd);
+    close(saved);
+    std::string text;
+    rewind(sink);
+    char chunk[512];
+    size_t got;
+    while ((got = fread(chunk, 1, sizeof chunk, sink)) > 0)
+        text.append(chunk, got);
+    fclose(sink);
+    return text;
+}
+
+template <typename Body> std::string captureStdout(Body &&body)
+{
+    return captureFd(1, std::forward<Body>(body));
+}
+
+template <typename Body> std::string captureStderr(Body &&body)
+{
+    return captureFd(2, std::forward<Body>(body));
+}
+
+} // namespace tarvo::test
+
+#endif
