@@ -18,7 +18,8 @@ constexpr int kMode = 0666;
 // Segment size for a creator, or 0 when the geometry is refused.
 int64_t creatorSegmentSize(int cellSize, int cellCount)
 {
-    if (cellCount < 1) return 0;
+    if (cellCount < 1)
+        return 0;
     int64_t size = (int64_t{cellSize} + kCellHeaderSize) * cellCount + kAreaHeaderSize;
     return size > INT_MAX ? 0 : size;
 }
@@ -53,29 +54,37 @@ extern "C" {
 
 RingBuffer *rbInitial(int key, const char *name, int cellSize, int cellCount, int noSkip)
 {
-    if (name == nullptr || strnlen(name, RB_NAME_MAX + 1) > RB_NAME_MAX) return nullptr;
+    if (name == nullptr || strnlen(name, RB_NAME_MAX + 1) > RB_NAME_MAX)
+        return nullptr;
     bool creator = cellSize > 0;
     int64_t shmSize = creator ? creatorSegmentSize(cellSize, cellCount) : 0;
-    if (creator && shmSize == 0) return nullptr;
+    if (creator && shmSize == 0)
+        return nullptr;
 
     auto *rb = static_cast<RingBuffer *>(calloc(1, sizeof(RingBuffer)));
-    if (rb == nullptr) return nullptr;
+    if (rb == nullptr)
+        return nullptr;
     rb->areaLock = sfInitial(key, creator);
     rb->writerLock = sfInitial(key + kWriterKeyDistance, creator);
     rb->base = kNotAttached;
     strcpy(rb->name, name);
-    if (rb->areaLock < 0 || rb->writerLock < 0) return failInitial(rb, "semaphore create");
+    if (rb->areaLock < 0 || rb->writerLock < 0)
+        return failInitial(rb, "semaphore create");
 
     rb->shmId = shmget(key, size_t(shmSize), creator ? IPC_CREAT | kMode : kMode);
-    if (rb->shmId < 0) return failInitial(rb, "shmget");
+    if (rb->shmId < 0)
+        return failInitial(rb, "shmget");
     shmid_ds status{};
     shmctl(rb->shmId, IPC_STAT, &status);
-    if (status.shm_segsz < kAreaHeaderSize + kCellHeaderSize) return failInitial(rb, "shmget");
+    if (status.shm_segsz < kAreaHeaderSize + kCellHeaderSize)
+        return failInitial(rb, "shmget");
     rb->segmentSize = uint32_t(status.shm_segsz);
     void *base = shmat(rb->shmId, nullptr, 0);
-    if (base == reinterpret_cast<void *>(-1)) return failInitial(rb, "shmat");
+    if (base == reinterpret_cast<void *>(-1))
+        return failInitial(rb, "shmat");
     rb->base = static_cast<uint8_t *>(base);
-    if (creator) initialiseArea(rb, uint32_t(shmSize) - kAreaHeaderSize, noSkip);
+    if (creator)
+        initialiseArea(rb, uint32_t(shmSize) - kAreaHeaderSize, noSkip);
     return rb;
 }
 
@@ -86,9 +95,10 @@ RingBuffer *rbAttach(int key, const char *name)
 
 int rbDetach(RingBuffer *rb)
 {
-    if (rb == nullptr) return 0;
+    if (rb == nullptr)
+        return 0;
     if (rb->base != kNotAttached) {
-        sfLock(rb->areaLock);
+        takeAreaLock(rb);
         giveBackPlace(rb);
         sfUnlock(rb->areaLock);
         shmdt(rb->base);
@@ -99,7 +109,8 @@ int rbDetach(RingBuffer *rb)
 
 int rbRelease(RingBuffer *rb)
 {
-    if (rb == nullptr) return 0;
+    if (rb == nullptr)
+        return 0;
     if (rb->shmId >= 0) {
         __atomic_store_n(&header(rb)->release, 1u, __ATOMIC_RELEASE);
         sfWaitUnlock(rb->areaLock);
@@ -113,7 +124,8 @@ int rbRelease(RingBuffer *rb)
         puts("rinbuf: rbRelease: semaphore release fail!");
         return -1;
     }
-    if (rb->base != kNotAttached) shmdt(rb->base);
+    if (rb->base != kNotAttached)
+        shmdt(rb->base);
     free(rb);
     return 0;
 }

@@ -5,8 +5,11 @@
 #include "tarvo/ringbuf.h"
 #include "tarvo/semlock.h"
 
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
+#include <sched.h>
+#include <sys/sem.h>
 
 namespace tarvo::ring
 {
@@ -94,6 +97,37 @@ inline void add(uint8_t *cell, Field field, int32_t delta)
     set(cell, field, get(cell, field) + uint32_t(delta));
 }
 
+// A field read without the area lock: byte by byte, as the writer stores it.
+inline uint32_t peek(const uint8_t *cell, Field field)
+{
+    const uint8_t *at = cell + static_cast<uint32_t>(field);
+    uint32_t value = 0;
+    for (int i = 0; i < 4; i++)
+        value = value << 8 | __atomic_load_n(at + i, __ATOMIC_RELAXED);
+    __atomic_thread_fence(__ATOMIC_ACQUIRE);
+    return value;
+}
+
+// Takes the area lock as sfLock does, after a few tries that do not sleep.
+// The lock is held for short spells by many processes; a waiter that sleeps
+// in the kernel is handed the lock when it is given back, whether or not it
+// is running, and on a machine with more busy processes than cores those
+// hand-overs queue everybody behind one descheduled process.
+inline int takeAreaLock(const RingBuffer *rb)
+{
+    constexpr int kTries = 100;
+    sembuf take[2] = {{0, 0, SEM_UNDO | IPC_NOWAIT}, {0, 1, SEM_UNDO | IPC_NOWAIT}};
+    for (int attempt = 1; attempt <= kTries; attempt++) {
+        if (semop(rb->areaLock, take, 2) == 0)
+            return 0;
+        if (errno != EAGAIN)
+            break;
+        if (attempt % 2 == 0)
+            sched_yield();
+    }
+    return sfLock(rb->areaLock);
+}
+
 inline AreaHeader *header(const RingBuffer *rb)
 {
     return reinterpret_cast<AreaHeader *>(rb->base);
@@ -113,7 +147,8 @@ inline uint8_t *firstCell(const RingBuffer *rb)
 // the cell header outside the segment (a damaged chain) names the first cell.
 inline uint8_t *cellAt(const RingBuffer *rb, uint32_t distance)
 {
-    if (distance == 0) return nullptr;
+    if (distance == 0)
+        return nullptr;
     if (distance < kAreaHeaderSize || distance > rb->segmentSize - kCellHeaderSize)
         return firstCell(rb);
     return rb->base + distance;
@@ -127,6 +162,12 @@ inline uint32_t distanceOf(const RingBuffer *rb, const uint8_t *cell)
 inline uint8_t *writePosition(const RingBuffer *rb)
 {
     return cellAt(rb, header(rb)->writeCell);
+}
+
+// The write position as the writer last left it, read without the area lock.
+inline uint8_t *peekWritePosition(const RingBuffer *rb)
+{
+    return cellAt(rb, __atomic_load_n(&header(rb)->writeCell, __ATOMIC_ACQUIRE));
 }
 
 // The cell after `cell`, wrapping from the last cell to the first.

@@ -54,8 +54,9 @@ uint32_t rbGetError(RingBuffer *rb)
 
 int rbResetAll(RingBuffer *rb)
 {
-    if (rb == nullptr || rb->cell == nullptr) return 0;
-    sfLock(rb->areaLock);
+    if (rb == nullptr || rb->cell == nullptr)
+        return 0;
+    takeAreaLock(rb);
     uint8_t *cell = rb->cell;
     do {
         set(cell, Field::WStat, kEmpty);
@@ -69,8 +70,9 @@ int rbResetAll(RingBuffer *rb)
 
 int rbCheckBuffer(RingBuffer *rb)
 {
-    if (rb == nullptr) return 0;
-    sfLock(rb->areaLock);
+    if (rb == nullptr)
+        return 0;
+    takeAreaLock(rb);
     const AreaHeader *area = header(rb);
     printf("Rinbuf: Current Cell: Addr: %x, Usage: %d, Seq: %d, Offset: %x, Writer: %x\n",
            distanceOf(rb, rb->cell), rb->hold, rb->seq, unsigned(uintptr_t(rb->base)),

@@ -48,7 +48,8 @@ const uint32_t rbGetHeight2[3] = {480, 240, 120};
 
 int CalTimeDuration(const struct timeval *start)
 {
-    if (start == nullptr) return 0;
+    if (start == nullptr)
+        return 0;
     timeval now;
     gettimeofday(&now, nullptr);
     int32_t seconds = int32_t(now.tv_sec) - int32_t(start->tv_sec);
@@ -58,12 +59,15 @@ int CalTimeDuration(const struct timeval *start)
 
 void *rbGetPayload(RingBuffer *rb)
 {
-    if (rb == nullptr) return nullptr;
+    if (rb == nullptr)
+        return nullptr;
     timeval start;
     gettimeofday(&start, nullptr);
     for (;;) {
-        if (void *payload = rbLockRead(rb)) return payload;
-        if (CalTimeDuration(&start) >= kPayloadWaitMs) return nullptr;
+        if (void *payload = rbLockRead(rb))
+            return payload;
+        if (CalTimeDuration(&start) >= kPayloadWaitMs)
+            return nullptr;
     }
 }
 

@@ -40,23 +40,27 @@ ProfileStream *pfOpen(int profile)
 
 int pfRead(ProfileStream *ps)
 {
-    if (ps == nullptr) return 0;
+    if (ps == nullptr)
+        return 0;
     pfUnlock(ps);
     ps->payload = rbGetPayload(ps->ring);
-    if (ps->payload != nullptr) ps->frames++;
+    if (ps->payload != nullptr)
+        ps->frames++;
     return int(rbGetCellLength(ps->ring));
 }
 
 void pfUnlock(ProfileStream *ps)
 {
-    if (ps == nullptr || ps->payload == nullptr) return;
+    if (ps == nullptr || ps->payload == nullptr)
+        return;
     rbEndPayload(ps->ring);
     ps->payload = nullptr;
 }
 
 void pfClose(ProfileStream *ps)
 {
-    if (ps == nullptr) return;
+    if (ps == nullptr)
+        return;
     pfUnlock(ps);
     rbDetach(ps->ring);
     free(ps);

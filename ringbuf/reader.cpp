@@ -30,23 +30,36 @@ bool isNewFrame(const RingBuffer *rb, const uint8_t *cell)
     return (state == kPassedOver && seq == rb->seq + 1) || (state == kFull && seq != rb->seq);
 }
 
-// Wait on the write position for the frame being written there.  Called
-// with the area lock held; the only place where a reader blocks.
-void *park(RingBuffer *rb, uint8_t *cell)
+// The wait of a reader parked on `cell`: while a frame is being written
+// there it blocks until the writer publishes it, then takes the frame if it
+// is new.  The area lock is taken only when the cell looks full, so a reader
+// that polls a quiet ring costs the writer nothing.
+void *awaitFrame(RingBuffer *rb, uint8_t *cell)
 {
-    add(cell, Field::Stay, 1);
-    rb->hold = kParked;
-    rb->cell = cell;
-    sfUnlock(rb->areaLock);
-    if (get(cell, Field::WStat) == kWritePosition) sfWaitUnlock(rb->writerLock);
-    if (releasing(rb)) return RB_RELEASED;
-    sfLock(rb->areaLock);
+    if (peek(cell, Field::WStat) == kWritePosition)
+        sfWaitUnlock(rb->writerLock);
+    if (releasing(rb))
+        return RB_RELEASED;
+    if (peek(cell, Field::WStat) != kFull)
+        return nullptr;
+    takeAreaLock(rb);
     if (get(cell, Field::WStat) == kFull && get(cell, Field::Seq) != rb->seq) {
         add(cell, Field::Stay, -1);
         return take(rb, cell);
     }
     sfUnlock(rb->areaLock);
     return nullptr;
+}
+
+// Park on the write position and wait there.  Called with the area lock
+// held, gives it back.
+void *park(RingBuffer *rb, uint8_t *cell)
+{
+    add(cell, Field::Stay, 1);
+    rb->hold = kParked;
+    rb->cell = cell;
+    sfUnlock(rb->areaLock);
+    return awaitFrame(rb, cell);
 }
 
 // Take the first new frame from `cell` up to the write position, or park
@@ -59,7 +72,8 @@ void *scanFrom(RingBuffer *rb, uint8_t *cell)
             sfUnlock(rb->areaLock);
             return RB_RELEASED;
         }
-        if (isNewFrame(rb, cell)) return take(rb, cell);
+        if (isNewFrame(rb, cell))
+            return take(rb, cell);
         cell = nextInRing(rb, cell);
     }
     return park(rb, cell);
@@ -76,7 +90,7 @@ uint32_t distanceBetween(int wanted, uint32_t seq)
 void *lockNearest(RingBuffer *rb, int wanted)
 {
     rb->cell = nullptr;
-    sfLock(rb->areaLock);
+    takeAreaLock(rb);
     uint8_t *chosen = nullptr;
     uint32_t best = kNoDistance;
     for (uint8_t *cell = firstCell(rb); cell; cell = cellAt(rb, get(cell, Field::Next))) {
@@ -85,12 +99,14 @@ void *lockNearest(RingBuffer *rb, int wanted)
             return RB_RELEASED;
         }
         uint32_t state = get(cell, Field::WStat);
-        if (state != kFull && state != kPassedOver) continue;
+        if (state != kFull && state != kPassedOver)
+            continue;
         uint32_t distance = distanceBetween(wanted, get(cell, Field::Seq));
         if (distance < best) {
             chosen = cell;
             best = distance;
-            if (distance == 0) break;
+            if (distance == 0)
+                break;
         }
     }
     if (chosen == nullptr) {
@@ -106,8 +122,9 @@ extern "C" {
 
 void *rbLockRead(RingBuffer *rb)
 {
-    if (rb == nullptr || rb->hold == kHolding) return nullptr;
-    sfLock(rb->areaLock);
+    if (rb == nullptr || rb->hold == kHolding)
+        return nullptr;
+    takeAreaLock(rb);
     uint8_t *cell = rb->cell;
     if (cell == nullptr) {
         cell = writePosition(rb);
@@ -120,19 +137,24 @@ void *rbLockRead(RingBuffer *rb)
 
 void *rbLockReadSync(RingBuffer *rb, int seq)
 {
-    if (rb == nullptr || rb->hold == kHolding) return nullptr;
-    if (seq != 0) return lockNearest(rb, seq);
-    if (rb->hold == kHoldsNothing) rb->cell = nullptr;
+    if (rb == nullptr || rb->hold == kHolding)
+        return nullptr;
+    if (seq != 0)
+        return lockNearest(rb, seq);
+    if (rb->hold == kHoldsNothing)
+        rb->cell = nullptr;
     return rbLockRead(rb);
 }
 
 void rbUnlockRead(RingBuffer *rb)
 {
-    if (rb == nullptr || rb->cell == nullptr || rb->hold != kHolding) return;
-    sfLock(rb->areaLock);
+    if (rb == nullptr || rb->cell == nullptr || rb->hold != kHolding)
+        return;
+    takeAreaLock(rb);
     uint8_t *cell = rb->cell;
     add(cell, Field::Used, -1);
-    if (cell != writePosition(rb)) cell = nextInRing(rb, cell);
+    if (cell != writePosition(rb))
+        cell = nextInRing(rb, cell);
     add(cell, Field::Stay, 1);
     rb->cell = cell;
     rb->hold = kParked;
@@ -141,8 +163,9 @@ void rbUnlockRead(RingBuffer *rb)
 
 int rbSyncNewest(RingBuffer *rb)
 {
-    if (rb == nullptr) return 0;
-    sfLock(rb->areaLock);
+    if (rb == nullptr)
+        return 0;
+    takeAreaLock(rb);
     giveBackPlace(rb);
     rb->hold = kHoldsNothing;
     rb->cell = nullptr;

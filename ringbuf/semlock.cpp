@@ -42,10 +42,12 @@ SemLock sfInitial(int key, int create)
         // A set left by an earlier run: throw it away unless it is held.
         sfRelease(semget(key, 1, kMode));
         id = semget(key, 1, IPC_CREAT | IPC_EXCL | kMode);
-        if (id < 0) return -1;
+        if (id < 0)
+            return -1;
     }
     SemArgument free{.value = 0};
-    if (semctl(id, 0, SETVAL, free) < 0) return -1;
+    if (semctl(id, 0, SETVAL, free) < 0)
+        return -1;
     return id;
 }
 
@@ -74,7 +76,8 @@ int sfLocked(SemLock lock)
 
 int sfRelease(SemLock lock)
 {
-    if (sfLocked(lock) != 0) return -1;
+    if (sfLocked(lock) != 0)
+        return -1;
     return control(lock, IPC_RMID);
 }
 

@@ -19,10 +19,20 @@ struct Search {
     uint8_t *cell;
 };
 
+// The write position moves in the handle during a search; the area learns
+// it in leaveArea.
 void moveWritePosition(RingBuffer *rb, uint8_t *cell)
 {
     rb->cell = cell;
-    header(rb)->writeCell = distanceOf(rb, cell);
+}
+
+// Ends the writer's turn on the area.  The area's write position is stored
+// once, just before the lock is given back, so that a parked reader peeking
+// at it without the lock never sees a position the search merely passed.
+void leaveArea(RingBuffer *rb)
+{
+    __atomic_store_n(&header(rb)->writeCell, distanceOf(rb, rb->cell), __ATOMIC_RELEASE);
+    sfUnlock(rb->areaLock);
 }
 
 // `cell` swallows the cell after it, header and all.
@@ -52,9 +62,11 @@ Search findCell(RingBuffer *rb, uint32_t length, WriteStyle style)
     AreaHeader *area = header(rb);
     uint8_t *cell = rb->cell;
     for (;;) {
-        if (releasing(rb)) return {Outcome::Released, nullptr};
+        if (releasing(rb))
+            return {Outcome::Released, nullptr};
         if (get(cell, Field::Used) != 0) {
-            if (area->noSkip != 0) return {Outcome::NoCell, nullptr};
+            if (area->noSkip != 0)
+                return {Outcome::NoCell, nullptr};
             set(cell, Field::WStat, kPassedOver);
         } else if (length <= get(cell, Field::Size)) {
             return {Outcome::Found, cell};
@@ -67,13 +79,15 @@ Search findCell(RingBuffer *rb, uint32_t length, WriteStyle style)
                    previous && isFree(cell) &&
                    (style == WriteStyle::Copy || get(previous, Field::WStat) != kPassedOver)) {
             absorbNext(rb, previous);
-            if (rb->cell == cell) moveWritePosition(rb, previous);
+            if (rb->cell == cell)
+                moveWritePosition(rb, previous);
             cell = previous;
         } else {
             set(cell, Field::WStat, kEmpty);
         }
         cell = nextInRing(rb, cell);
-        if (cell == rb->cell) return {Outcome::NoCell, nullptr};
+        if (cell == rb->cell)
+            return {Outcome::NoCell, nullptr};
     }
 }
 
@@ -83,7 +97,8 @@ Search findCell(RingBuffer *rb, uint32_t length, WriteStyle style)
 uint8_t *splitAfterFrame(RingBuffer *rb, uint8_t *cell)
 {
     uint32_t spare = (get(cell, Field::Size) - get(cell, Field::Length)) & ~3u;
-    if (int32_t(spare) < kSplitThreshold) return nextInRing(rb, cell);
+    if (int32_t(spare) < kSplitThreshold)
+        return nextInRing(rb, cell);
     set(cell, Field::Size, get(cell, Field::Size) - spare);
     uint8_t *split = cell + kCellHeaderSize + get(cell, Field::Size);
     std::memset(split, 0, kCellHeaderSize);
@@ -117,37 +132,41 @@ extern "C" {
 
 int rbSafeWrite(RingBuffer *rb, const void *data, uint32_t length)
 {
-    if (rb == nullptr || rb->cell == nullptr || (data == nullptr && length != 0)) return 0;
+    if (rb == nullptr || rb->cell == nullptr || (data == nullptr && length != 0))
+        return 0;
     sfLock(rb->writerLock);
-    sfLock(rb->areaLock);
+    takeAreaLock(rb);
     Search found = findCell(rb, length, WriteStyle::Copy);
     if (found.outcome == Outcome::Found) {
         stampFrame(rb, found.cell, length);
         set(found.cell, Field::WStat, kFull);
-        if (length != 0) std::memcpy(payloadOf(found.cell), data, length);
+        if (length != 0)
+            std::memcpy(payloadOf(found.cell), data, length);
         advanceWritePosition(rb, found.cell);
     }
-    sfUnlock(rb->areaLock);
+    leaveArea(rb);
     sfUnlock(rb->writerLock);
-    if (found.outcome == Outcome::Released) return -1;
+    if (found.outcome == Outcome::Released)
+        return -1;
     return found.outcome == Outcome::Found ? 1 : 0;
 }
 
 void *rbLockWrite(RingBuffer *rb, uint32_t length)
 {
-    if (rb == nullptr || rb->cell == nullptr) return nullptr;
+    if (rb == nullptr || rb->cell == nullptr)
+        return nullptr;
     sfLock(rb->writerLock);
-    sfLock(rb->areaLock);
+    takeAreaLock(rb);
     Search found = findCell(rb, length, WriteStyle::InPlace);
     if (found.outcome != Outcome::Found) {
-        sfUnlock(rb->areaLock);
+        leaveArea(rb);
         sfUnlock(rb->writerLock);
         return found.outcome == Outcome::Released ? RB_RELEASED : nullptr;
     }
     set(found.cell, Field::WStat, kWritePosition);
     moveWritePosition(rb, found.cell);
     stampFrame(rb, found.cell, length);
-    sfUnlock(rb->areaLock);
+    leaveArea(rb);
     if (releasing(rb)) {
         sfUnlock(rb->writerLock);
         return RB_RELEASED;
@@ -157,13 +176,14 @@ void *rbLockWrite(RingBuffer *rb, uint32_t length)
 
 void rbUnlockWrite(RingBuffer *rb)
 {
-    if (rb == nullptr || rb->cell == nullptr || sfLocked(rb->writerLock) == 0) return;
+    if (rb == nullptr || rb->cell == nullptr || sfLocked(rb->writerLock) == 0)
+        return;
     uint8_t *cell = rb->cell;
     set(cell, Field::WStat, kFull);
     sfUnlock(rb->writerLock);
-    sfLock(rb->areaLock);
+    takeAreaLock(rb);
     advanceWritePosition(rb, cell);
-    sfUnlock(rb->areaLock);
+    leaveArea(rb);
 }
 
 } // extern "C"

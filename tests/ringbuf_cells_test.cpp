@@ -42,7 +42,8 @@ class Ring : public ::testing::Test
         view_.reset();
         for (RingBuffer *reader : readers_)
             rbDetach(reader);
-        if (writer_) rbRelease(writer_);
+        if (writer_)
+            rbRelease(writer_);
     }
     RingBuffer *attachReader()
     {
@@ -54,9 +55,11 @@ class Ring : public ::testing::Test
     int write(uint32_t length, Style style = Style::Copy)
     {
         auto frame = makeFrame(++written_, length);
-        if (style == Style::Copy) return rbSafeWrite(writer_, frame.data(), length);
+        if (style == Style::Copy)
+            return rbSafeWrite(writer_, frame.data(), length);
         void *payload = rbLockWrite(writer_, length);
-        if (payload == nullptr || payload == RB_RELEASED) return payload == nullptr ? 0 : -1;
+        if (payload == nullptr || payload == RB_RELEASED)
+            return payload == nullptr ? 0 : -1;
         std::memcpy(payload, frame.data(), length);
         rbUnlockWrite(writer_);
         return 1;

@@ -35,7 +35,8 @@ class AreaView
     }
     ~AreaView()
     {
-        if (base_) shmdt(base_);
+        if (base_)
+            shmdt(base_);
     }
     AreaView(const AreaView &) = delete;
     AreaView &operator=(const AreaView &) = delete;

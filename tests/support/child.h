@@ -66,7 +66,8 @@ class Signal
   public:
     Signal()
     {
-        if (pipe(fds_) != 0) fds_[0] = fds_[1] = -1;
+        if (pipe(fds_) != 0)
+            fds_[0] = fds_[1] = -1;
     }
     ~Signal()
     {

@@ -41,14 +41,17 @@ inline uint32_t frameNumber(const void *at)
 // True when `length` bytes at `at` are exactly the frame they claim to be.
 inline bool frameIsIntact(const void *at, uint32_t length)
 {
-    if (length < 8) return false;
+    if (length < 8)
+        return false;
     auto *bytes = static_cast<const uint8_t *>(at);
     uint32_t number, stored;
     std::memcpy(&number, bytes, 4);
     std::memcpy(&stored, bytes + 4, 4);
-    if (stored != length) return false;
+    if (stored != length)
+        return false;
     for (uint32_t i = 8; i < length; i++)
-        if (bytes[i] != frameByte(number, i)) return false;
+        if (bytes[i] != frameByte(number, i))
+            return false;
     return true;
 }
 

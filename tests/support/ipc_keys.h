@@ -47,11 +47,14 @@ class IpcKeys
     static void removeAll(int key)
     {
         int shm = shmget(key, 0, 0);
-        if (shm >= 0) shmctl(shm, IPC_RMID, nullptr);
+        if (shm >= 0)
+            shmctl(shm, IPC_RMID, nullptr);
         int sem = semget(key, 0, 0);
-        if (sem >= 0) semctl(sem, 0, IPC_RMID);
+        if (sem >= 0)
+            semctl(sem, 0, IPC_RMID);
         int queue = msgget(key, 0);
-        if (queue >= 0) msgctl(queue, IPC_RMID, nullptr);
+        if (queue >= 0)
+            msgctl(queue, IPC_RMID, nullptr);
     }
 
   private:
