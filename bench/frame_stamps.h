@@ -3,6 +3,7 @@
 #ifndef TARVO_BENCH_FRAME_STAMPS_H
 #define TARVO_BENCH_FRAME_STAMPS_H
 
+#include <atomic>
 #include <cstdint>
 #include <cstring>
 
@@ -18,12 +19,15 @@ inline void stampFrame(uint8_t *frame, uint32_t length, uint32_t number)
     std::memcpy(frame + length - kStampBytes, &number, kStampBytes);
 }
 
-// What one reader received: good frames, and faults (torn, mis-sized or out
-// of order).  Lives in memory shared with the process that started the reader.
+// What one reader received: good frames, faults (torn, mis-sized or out of
+// order) and the number of the last frame.  Lives in memory shared with the
+// process that started the reader, which reads it while the reader runs.
 struct ReaderTally {
-    uint64_t frames;
-    uint64_t faults;
+    std::atomic<uint64_t> frames;
+    std::atomic<uint64_t> faults;
+    std::atomic<uint32_t> lastNumber;
 };
+static_assert(std::atomic<uint64_t>::is_always_lock_free, "tallies are shared between processes");
 
 // Judges the frames one reader receives, in the order received.
 class FrameCheck
@@ -41,21 +45,25 @@ class FrameCheck
     void take(const uint8_t *frame, uint32_t length)
     {
         if (length != length_) {
-            tally_.faults++;
+            count(tally_.faults);
             return;
         }
         uint32_t first, last;
         std::memcpy(&first, frame, kStampBytes);
         std::memcpy(&last, frame + length - kStampBytes, kStampBytes);
         bool inOrder = order_ == Order::EveryFrame ? first == lastNumber_ + 1 : first > lastNumber_;
-        if (first == last && inOrder)
-            tally_.frames++;
-        else
-            tally_.faults++;
+        count(first == last && inOrder ? tally_.frames : tally_.faults);
         lastNumber_ = first;
+        tally_.lastNumber.store(first, std::memory_order_relaxed);
     }
 
   private:
+    // Only the reader writes its tally, so no read-modify-write is needed.
+    static void count(std::atomic<uint64_t> &counter)
+    {
+        counter.store(counter.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+    }
+
     uint32_t length_;
     Order order_;
     ReaderTally &tally_;

@@ -1,7 +1,9 @@
 #include "reader_pool.h"
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <ctime>
 #include <new>
 #include <sys/mman.h>
 #include <sys/prctl.h>
@@ -10,6 +12,22 @@
 
 namespace tarvo::bench
 {
+
+namespace
+{
+
+using Clock = std::chrono::steady_clock;
+
+// A reader that has not ended this long after the stop flag is taken as hung.
+constexpr auto kStopLimit = std::chrono::seconds(5);
+
+void sleepOneMillisecond()
+{
+    timespec pause{0, 1'000'000};
+    nanosleep(&pause, nullptr);
+}
+
+} // namespace
 
 struct ReaderPool::Shared {
     std::atomic<bool> stop;
@@ -42,17 +60,21 @@ ReaderPool::~ReaderPool()
             waitpid(pid, nullptr, 0);
         }
     }
-    if (readyPipe_[0] >= 0) close(readyPipe_[0]);
-    if (shared_) munmap(shared_, sizeof(Shared));
+    if (readyPipe_[0] >= 0)
+        close(readyPipe_[0]);
+    if (shared_)
+        munmap(shared_, sizeof(Shared));
 }
 
 bool ReaderPool::start(const Body &body)
 {
-    if (shared_ == nullptr || pipe(readyPipe_) != 0) return false;
+    if (shared_ == nullptr || pipe(readyPipe_) != 0)
+        return false;
     fflush(nullptr);
     for (int index = 0; index < kReaders; index++) {
         pids_[index] = fork();
-        if (pids_[index] < 0) break;
+        if (pids_[index] < 0)
+            break;
         if (pids_[index] == 0) {
             // A reader must not outlive the benchmark, whatever ends it.
             prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -71,25 +93,62 @@ bool ReaderPool::start(const Body &body)
     return started == kReaders;
 }
 
-bool ReaderPool::stopAndWait()
+bool ReaderPool::awaitFrame(uint32_t number, std::chrono::milliseconds limit) const
 {
-    if (shared_ == nullptr) return false;
-    shared_->stop.store(true);
-    bool allSucceeded = true;
-    for (pid_t &pid : pids_) {
-        int status = 0;
-        if (pid <= 0 || waitpid(pid, &status, 0) != pid)
-            allSucceeded = false;
-        else if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
-            allSucceeded = false;
-        pid = 0;
+    Clock::time_point end = Clock::now() + limit;
+    for (;;) {
+        bool allThere = true;
+        for (const ReaderTally &tally : shared_->tallies)
+            allThere = allThere && tally.lastNumber.load(std::memory_order_relaxed) >= number;
+        if (allThere)
+            return true;
+        if (Clock::now() >= end)
+            return false;
+        sleepOneMillisecond();
     }
-    return allSucceeded;
+}
+
+bool ReaderPool::stopAndWait(const Nudge &nudge)
+{
+    if (shared_ == nullptr)
+        return false;
+    shared_->stop.store(true, std::memory_order_release);
+    Clock::time_point end = Clock::now() + kStopLimit;
+    int running = int(std::count_if(pids_.begin(), pids_.end(), [](pid_t pid) { return pid > 0; }));
+    bool allSucceeded = running == kReaders;
+    while (running > 0 && Clock::now() < end) {
+        for (pid_t &pid : pids_) {
+            int status = 0;
+            if (pid <= 0 || waitpid(pid, &status, WNOHANG) != pid)
+                continue;
+            allSucceeded = allSucceeded && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+            pid = 0;
+            running--;
+        }
+        if (running > 0) {
+            nudge();
+            sleepOneMillisecond();
+        }
+    }
+    // Readers still running now are hung; the destructor kills them.
+    return allSucceeded && running == 0;
 }
 
 const ReaderTally &ReaderPool::tally(int index) const
 {
     return shared_->tallies[index];
+}
+
+ReaderTotals ReaderPool::totals(uint32_t framesWritten) const
+{
+    ReaderTotals totals{};
+    for (const ReaderTally &tally : shared_->tallies) {
+        uint64_t got = tally.frames + tally.faults;
+        totals.frames += tally.frames;
+        totals.faults += tally.faults;
+        totals.missed += got < framesWritten ? framesWritten - got : 0;
+    }
+    return totals;
 }
 
 } // namespace tarvo::bench

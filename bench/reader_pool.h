@@ -10,12 +10,20 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <functional>
 
 namespace tarvo::bench
 {
 
 inline constexpr int kReaders = 4;
+
+// What all readers got together, each out of the same frames written.
+struct ReaderTotals {
+    uint64_t frames; // whole frames, in order
+    uint64_t missed; // frames written that a reader never got
+    uint64_t faults; // torn, mis-sized or out-of-order frames
+};
 
 // A reader process's side of the pool.
 class ReaderLink
@@ -26,7 +34,7 @@ class ReaderLink
     {
     }
     ReaderTally &tally;
-    bool stopRequested() const { return stop_.load(std::memory_order_relaxed); }
+    bool stopRequested() const { return stop_.load(std::memory_order_acquire); }
     // Tells the pool whether the reader could start; call exactly once.
     void reportStart(bool started);
 
@@ -40,6 +48,8 @@ class ReaderPool
   public:
     // A reader body: runs in the child process; its result is the exit status.
     using Body = std::function<int(int index, ReaderLink &link)>;
+    // Wakes readers that wait for input, so that they see the stop flag.
+    using Nudge = std::function<void()>;
 
     ReaderPool();
     // Kills and reaps readers that were not stopped (an early exit).
@@ -49,9 +59,14 @@ class ReaderPool
 
     // Starts kReaders processes; true once every one has reported a start.
     bool start(const Body &body);
-    // Raises the stop flag and reaps every reader; true when all exited with 0.
-    bool stopAndWait();
+    // True once every reader has got frame `number` or a later one; false
+    // when `limit` passed first.
+    bool awaitFrame(uint32_t number, std::chrono::milliseconds limit) const;
+    // Raises the stop flag and reaps every reader, calling `nudge` about every
+    // millisecond while any still runs; true when all exited with 0 in time.
+    bool stopAndWait(const Nudge &nudge);
     const ReaderTally &tally(int index) const;
+    ReaderTotals totals(uint32_t framesWritten) const;
 
   private:
     struct Shared;

@@ -10,9 +10,6 @@ namespace tarvo::bench
 namespace
 {
 
-// A consumer that has caught up waits a little before asking again, as one
-// fed at a camera's frame rate would.  Asking again at once would keep two
-// cores busy with readers spinning on the area lock instead of writing.
 void backOff()
 {
     timespec pause{0, 75'000};
@@ -21,21 +18,31 @@ void backOff()
 
 } // namespace
 
-int readRingFrames(int key, uint32_t frameLength, ReaderLink &link)
+int readRingFrames(int key, uint32_t frameLength, RingReading reading, ReaderLink &link)
 {
     RingBuffer *ring = rbAttach(key, "bench reader");
+    // Nothing is written yet: this read finds no frame and parks the reader.
+    if (ring != nullptr && rbLockRead(ring) != nullptr) {
+        rbDetach(ring);
+        ring = nullptr;
+    }
     link.reportStart(ring != nullptr);
-    if (ring == nullptr) return 1;
+    if (ring == nullptr)
+        return 1;
     FrameCheck check(frameLength, FrameCheck::Order::MaySkip, link.tally);
-    while (!link.stopRequested()) {
-        void *frame = rbLockRead(ring);
-        if (frame == RB_RELEASED) break;
+    for (;;) {
+        void *frame = reading == RingReading::AsConsumer ? rbGetPayload(ring) : rbLockRead(ring);
+        // Frames that come after the stop flag (those written to wake the
+        // reader) do not count; rbDetach gives back one still held.
+        if (frame == RB_RELEASED || link.stopRequested())
+            break;
         if (frame == nullptr) {
-            backOff();
+            if (reading == RingReading::WithBackOff)
+                backOff();
             continue;
         }
         check.take(static_cast<const uint8_t *>(frame), rbGetCellLength(ring));
-        rbUnlockRead(ring);
+        rbEndPayload(ring);
     }
     rbDetach(ring);
     return 0;

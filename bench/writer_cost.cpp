@@ -1,13 +1,12 @@
 #include "writer_cost.h"
 
 #include "owned_ring.h"
-#include "reader_pool.h"
+#include "pacer.h"
 #include "ring_reader.h"
+#include "writer_copies.h"
 
-#include <algorithm>
 #include <chrono>
-#include <cstring>
-#include <vector>
+#include <functional>
 
 namespace tarvo::bench
 {
@@ -15,96 +14,95 @@ namespace tarvo::bench
 namespace
 {
 
-using Clock = std::chrono::steady_clock;
-
 // Rounds alternate the two copies so that a change in the machine's load
-// during the run weighs on both alike; the median round counts.
-constexpr int kRounds = 7;
-constexpr auto kBatchTime = std::chrono::milliseconds(120);
+// during the run weighs on both alike.
+constexpr int kRoundsEach = 6;
+constexpr double kPacedSecondsEach = 1.5;
+constexpr int64_t kBatchNanoseconds = 120'000'000;
 // Reading the clock after every 4 KiB copy would weigh on the copy itself.
 constexpr int kFramesPerClockRead = 16;
+// Readers that do not get the last frame this soon have missed it.
+constexpr auto kDrainLimit = std::chrono::milliseconds(100);
 
-// Keeps the compiler from dropping copies into memory it never sees read.
-inline void keepWritten(const void *at)
+using Rounds = std::function<void(WriterCopies &copies, WriterCost &cost)>;
+
+// Creates a ring under `key`, starts readers, runs the timed rounds and
+// counts what the readers got.
+WriterCost measure(int key, uint32_t frameLength, RingReading reading, const Rounds &rounds)
 {
-    asm volatile("" : : "r"(at) : "memory");
+    WriterCost cost{};
+    OwnedRing ring(key, frameLength);
+    if (!ring.valid())
+        return cost;
+    ReaderPool readers;
+    if (!readers.start([&](int, ReaderLink &link) {
+            return readRingFrames(key, frameLength, reading, link);
+        }))
+        return cost;
+
+    WriterCopies copies(ring.get(), frameLength);
+    copies.warmUp();
+    rounds(copies, cost);
+    cost.dropped = copies.dropped();
+    uint32_t written = copies.framesWritten();
+    readers.awaitFrame(written, kDrainLimit);
+    bool stopped = readers.stopAndWait([&] { copies.writeFrame(); });
+    cost.completed = stopped && !copies.released();
+    cost.readers = readers.totals(written);
+    return cost;
 }
 
-// Calls writeFrame(number) for about kBatchTime, numbering frames on from
-// `number`; nanoseconds per frame.
-template <typename WriteFrame> double timeBatch(uint32_t &number, WriteFrame &&writeFrame)
+// Nanoseconds per frame of a batch of about kBatchNanoseconds.
+template <typename Copy> double timeBatch(Copy &&copy)
 {
-    Clock::time_point start = Clock::now();
+    int64_t start = monotonicNanoseconds(), elapsed;
     uint64_t frames = 0;
-    Clock::duration elapsed;
     do {
         for (int i = 0; i < kFramesPerClockRead; i++)
-            writeFrame(number++);
+            copy();
         frames += kFramesPerClockRead;
-        elapsed = Clock::now() - start;
-    } while (elapsed < kBatchTime);
-    return double(std::chrono::nanoseconds(elapsed).count()) / double(frames);
-}
-
-double median(std::vector<double> values)
-{
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
+        elapsed = monotonicNanoseconds() - start;
+    } while (elapsed < kBatchNanoseconds);
+    return double(elapsed) / double(frames);
 }
 
 } // namespace
 
-WriterCost measureWriterCost(int key, uint32_t frameLength)
+WriterCost measurePacedWriterCost(int key, uint32_t frameLength, double framesPerSecond)
 {
-    WriterCost cost{};
-    OwnedRing ring(key, frameLength);
-    if (!ring.valid()) return cost;
-    ReaderPool readers;
-    bool started = readers.start(
-        [&](int, ReaderLink &link) { return readRingFrames(key, frameLength, link); });
-    if (!started) return cost;
+    return measure(key, frameLength, RingReading::AsConsumer, [&](WriterCopies &copies,
+                                                                  WriterCost &cost) {
+        int framesEach = int(framesPerSecond * kPacedSecondsEach);
+        int framesPerRound = framesEach / kRoundsEach;
+        CallTimes copyTimes(framesEach), ringTimes(framesEach);
+        Pacer pacer(framesPerSecond);
+        for (int round = 0; round < kRoundsEach; round++) {
+            for (int i = 0; i < framesPerRound; i++) {
+                pacer.awaitNextFrame();
+                copies.copyFrame(&copyTimes);
+            }
+            for (int i = 0; i < framesPerRound; i++) {
+                pacer.awaitNextFrame();
+                copies.writeFrame(&ringTimes);
+            }
+        }
+        cost.memcpyCost = copyTimes.cost();
+        cost.ringCost = ringTimes.cost();
+    });
+}
 
-    std::vector<uint8_t> source(frameLength, 0x5a);
-    // The plain copy goes into cells laid out as the ring's are, so both
-    // copies spread over the same amount of memory.
-    std::vector<uint8_t> privateCells(OwnedRing::cellsBytes(frameLength));
-    const uint32_t cellStride = kCellHeaderBytes + frameLength;
-    auto copyFrame = [&](uint32_t number) {
-        stampFrame(source.data(), frameLength, number);
-        uint8_t *to = privateCells.data() + number % kRingCells * cellStride + kCellHeaderBytes;
-        std::memcpy(to, source.data(), frameLength);
-        keepWritten(to);
-    };
-    bool released = false;
-    auto writeFrame = [&](uint32_t number) {
-        stampFrame(source.data(), frameLength, number);
-        int result = rbSafeWrite(ring.get(), source.data(), frameLength);
-        cost.dropped += result == 0;
-        released |= result < 0;
-    };
-
-    // One untimed lap through both, so that no page is touched first while
-    // timed; what it drops does not count.
-    uint32_t copyNumber = 1, ringNumber = 1;
-    for (int i = 0; i < 2 * kRingCells; i++) {
-        copyFrame(copyNumber++);
-        writeFrame(ringNumber++);
-    }
-    cost.dropped = 0;
-    std::vector<double> copyTimes, ringTimes;
-    for (int round = 0; round < kRounds; round++) {
-        copyTimes.push_back(timeBatch(copyNumber, copyFrame));
-        ringTimes.push_back(timeBatch(ringNumber, writeFrame));
-    }
-    cost.memcpyNanoseconds = median(copyTimes);
-    cost.ringNanoseconds = median(ringTimes);
-
-    cost.completed = readers.stopAndWait() && !released;
-    for (int index = 0; index < kReaders; index++) {
-        cost.readerFrames += readers.tally(index).frames;
-        cost.readerFaults += readers.tally(index).faults;
-    }
-    return cost;
+WriterCost measureFlatOutWriterCost(int key, uint32_t frameLength)
+{
+    return measure(key, frameLength, RingReading::WithBackOff, [](WriterCopies &copies,
+                                                                  WriterCost &cost) {
+        std::vector<double> copyBatches, ringBatches;
+        for (int round = 0; round < kRoundsEach; round++) {
+            copyBatches.push_back(timeBatch([&] { copies.copyFrame(); }));
+            ringBatches.push_back(timeBatch([&] { copies.writeFrame(); }));
+        }
+        cost.memcpyCost = batchCost(copyBatches);
+        cost.ringCost = batchCost(ringBatches);
+    });
 }
 
 } // namespace tarvo::bench

@@ -26,7 +26,7 @@ ProfileStream *pfOpen(int profile)
         return nullptr;
     }
     ps->profile = profile;
-    char name[16];
+    char name[24];
     snprintf(name, sizeof name, "Profile%02d", profile);
     ps->ring = rbAttach(pfGetPKey(profile), name);
     if (ps->ring == nullptr) {
