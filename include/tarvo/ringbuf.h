@@ -103,8 +103,11 @@ TARVO_API void rbUnlockWrite(RingBuffer *rb);
 TARVO_API void *rbLockRead(RingBuffer *rb);
 
 /* seq != 0: hold the frame whose number is nearest to seq (the one nearer the
- * start of the area on a tie).  seq == 0: as rbLockRead, starting from the
- * newest frame unless the reader already follows the ring. */
+ * start of the area on a tie); nothing when every frame is 999999 or more
+ * away.  A reader parked by an earlier read keeps that place counted for the
+ * life of the area (the writer can then no longer merge the cell away): call
+ * rbSyncNewest first to leave it.  seq == 0: as rbLockRead, starting from
+ * the newest frame unless the reader already follows the ring. */
 TARVO_API void *rbLockReadSync(RingBuffer *rb, int seq);
 
 /* Let go of the held frame and park on the cell after it. */
