@@ -41,6 +41,17 @@ void initialiseArea(RingBuffer *rb, uint32_t cellsBytes, int noSkip)
     rb->cell = cell;
 }
 
+// Removes a lock unless an earlier attempt did; false while it is held.
+bool removeLock(SemLock &lock)
+{
+    if (lock < 0)
+        return true;
+    if (sfRelease(lock) < 0)
+        return false;
+    lock = -1;
+    return true;
+}
+
 RingBuffer *failInitial(RingBuffer *rb, const char *what)
 {
     printf("rinbuf: %s - rbInitial: %s fail!\n", rb->name, what);
@@ -111,21 +122,21 @@ int rbRelease(RingBuffer *rb)
 {
     if (rb == nullptr)
         return 0;
+    __atomic_store_n(&header(rb)->release, 1u, __ATOMIC_RELEASE);
+    sfWaitUnlock(rb->areaLock);
+    sfWaitUnlock(rb->writerLock);
     if (rb->shmId >= 0) {
-        __atomic_store_n(&header(rb)->release, 1u, __ATOMIC_RELEASE);
-        sfWaitUnlock(rb->areaLock);
-        sfWaitUnlock(rb->writerLock);
         if (shmctl(rb->shmId, IPC_RMID, nullptr) == -1) {
             puts("rinbuf: rbRelease: shmctl fail!");
             return -1;
         }
+        rb->shmId = -1;
     }
-    if (sfRelease(rb->areaLock) < 0 || sfRelease(rb->writerLock) < 0) {
+    if (!removeLock(rb->areaLock) || !removeLock(rb->writerLock)) {
         puts("rinbuf: rbRelease: semaphore release fail!");
         return -1;
     }
-    if (rb->base != kNotAttached)
-        shmdt(rb->base);
+    shmdt(rb->base);
     free(rb);
     return 0;
 }

@@ -69,7 +69,10 @@ TARVO_API int rbDetach(RingBuffer *rb);
  * Raise the area's release word, wait until neither lock is held, remove the
  * segment and both locks, detach and free the handle: 0.  -1 with
  * "rinbuf: rbRelease: shmctl fail!" or "rinbuf: rbRelease: semaphore release
- * fail!", the handle then staying allocated.  Other users' next frame calls
+ * fail!", the handle then staying allocated.  The second line comes when a
+ * reader that has not yet noticed the release takes a lock again between the
+ * wait and the removal; calling rbRelease again goes on from where the last
+ * attempt stopped (nothing is removed twice).  Other users' next frame calls
  * return -1 / RB_RELEASED.
  */
 TARVO_API int rbRelease(RingBuffer *rb);

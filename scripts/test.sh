@@ -1,0 +1,23 @@
+#!/usr/bin/env bash
+# The whole test run on a fresh machine: installs what is missing, then
+# builds and runs every test three times: on this host, cross-built for the
+# camera (32-bit big-endian MIPS, under qemu-user), and on this host again
+# under AddressSanitizer and UndefinedBehaviorSanitizer.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+scripts/install-deps.sh
+jobs=$(nproc)
+
+run_suite() {
+    local name=$1
+    shift
+    echo "== ${name}"
+    cmake -S . -B "build/${name}" -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@" >/dev/null
+    cmake --build "build/${name}" -j "${jobs}"
+    ctest --test-dir "build/${name}" -j "${jobs}" --output-on-failure
+}
+
+run_suite host
+run_suite mips -DCMAKE_TOOLCHAIN_FILE=cmake/mips-linux-gnu.cmake
+run_suite sanitize -DTARVO_SANITIZE=ON
