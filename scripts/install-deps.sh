@@ -1,13 +1,11 @@
 #!/usr/bin/env bash
-# Installs the Debian packages the build and the tests need, when missing.
-# As root it uses apt-get; otherwise it names what is missing and fails.
+# Installs the Debian packages the build and the tests need, when missing:
+# those listed one per line in scripts/packages/*.txt.  As root it uses
+# apt-get; otherwise it names what is missing and fails.
 set -euo pipefail
+cd "$(dirname "$0")"
 
-packages=(
-    cmake g++ make
-    googletest libgtest-dev
-    g++-mips-linux-gnu qemu-user
-)
+mapfile -t packages < <(cat packages/*.txt | sed 's/#.*//' | tr -s ' \t' '\n' | grep -v '^$' | sort -u)
 
 missing=()
 for package in "${packages[@]}"; do

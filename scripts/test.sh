@@ -2,7 +2,8 @@
 # The whole test run on a fresh machine: installs what is missing, then
 # builds and runs every test three times: on this host, cross-built for the
 # camera (32-bit big-endian MIPS, under qemu-user), and on this host again
-# under AddressSanitizer and UndefinedBehaviorSanitizer.
+# built by clang under AddressSanitizer and UndefinedBehaviorSanitizer,
+# where the fuzz targets also get a short smoke run.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -20,4 +21,5 @@ run_suite() {
 
 run_suite host
 run_suite mips -DCMAKE_TOOLCHAIN_FILE=cmake/mips-linux-gnu.cmake
-run_suite sanitize -DTARVO_SANITIZE=ON
+run_suite sanitize -DTARVO_SANITIZE=ON -DTARVO_FUZZ=ON \
+    -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++

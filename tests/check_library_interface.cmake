@@ -1,4 +1,4 @@
-# Compares the dynamic symbols libTarvo.so defines with the interface list
+# Compares the dynamic symbols libTarvo.so defines with the interface lists
 # and checks that the C library is its only NEEDED entry and that its
 # SONAME is libTarvo.so.1.
 execute_process(COMMAND ${NM} -D --defined-only ${LIBRARY} OUTPUT_VARIABLE symbols
@@ -11,7 +11,12 @@ foreach(line IN LISTS lines)
 endforeach()
 list(SORT exported)
 
-file(STRINGS ${EXPECTED} expected REGEX "^[^#]")
+file(GLOB lists ${EXPECTED_DIR}/*.txt)
+set(expected "")
+foreach(list IN LISTS lists)
+  file(STRINGS ${list} names REGEX "^[^#]")
+  list(APPEND expected ${names})
+endforeach()
 list(SORT expected)
 if(NOT exported STREQUAL expected)
   set(extra ${exported})

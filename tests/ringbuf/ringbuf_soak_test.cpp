@@ -91,7 +91,14 @@ int runWriter(int key, Tally *tally, Signal &created)
         timespec pace{0, 200000};
         nanosleep(&pace, nullptr);
     }
-    return rbRelease(ring) == 0 ? 0 : 2;
+    // A reader may take a lock again before it notices the release; the
+    // release then goes on where it stopped.
+    for (int attempt = 0; attempt < 100; attempt++) {
+        if (rbRelease(ring) == 0)
+            return 0;
+        sched_yield();
+    }
+    return 2;
 }
 
 // Checks one received frame against its cell.
