@@ -5,5 +5,9 @@
 #include "semlock.h"
 #include "ringbuf.h"
 #include "profile.h"
+#include "msgchannel.h"
+#include "logx.h"
+#include "inifile.h"
+#include "schedule.h"
 
 #endif

@@ -1,0 +1,205 @@
+// INI file reader: load once, look values up by section and key.
+#include "tarvo/inifile.h"
+
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace
+{
+
+constexpr size_t kInitialBuffer = 4096;
+
+} // namespace
+
+struct IniFile {
+    int loaded;
+    int length;
+    char fileName[128]; // compared on load, never filled: see infLoad
+    char section[INF_SECTION_MAX + 1];
+    char *text;
+    char *sectionStart; // first character of the current section's body
+    char *sectionEnd;   // its last character, or the end of the text
+    size_t capacity;
+};
+
+namespace
+{
+
+char *textEnd(IniFile *ini)
+{
+    return ini->text + ini->length;
+}
+
+// Whether p is the first non-blank character of its line (not looking
+// before `lower`).
+bool firstOnLine(char *p, char *lower)
+{
+    return SForSkipSpace(SFindLineStart(p, lower), p) == p;
+}
+
+bool makeRoom(IniFile *ini, size_t bytes)
+{
+    if (bytes <= ini->capacity)
+        return true;
+    char *larger = static_cast<char *>(realloc(ini->text, bytes));
+    if (larger == nullptr)
+        return false;
+    ini->text = larger;
+    ini->capacity = bytes;
+    return true;
+}
+
+// Reads the whole file; false when it cannot be opened, sized or held.
+bool readFile(IniFile *ini, const char *path)
+{
+    int fd = open(path, O_RDONLY);
+    off_t size = fd < 0 ? 0 : lseek(fd, 0, SEEK_END);
+    bool readable = fd >= 0 && size >= 0 && size < INT_MAX && lseek(fd, 0, SEEK_SET) == 0 &&
+                    makeRoom(ini, size_t(size) + 1);
+    if (!readable) {
+        printf("inf: open file %s fail, %d, %d!\n", path, fd, int(size));
+    } else {
+        ssize_t got = read(fd, ini->text, size_t(size));
+        ini->length = got > 0 ? int(got) : 0;
+        ini->text[ini->length] = '\0';
+        ini->loaded = 1;
+    }
+    if (fd >= 0)
+        close(fd);
+    return readable;
+}
+
+// The next section header after `from`: the first '[' that is first on its
+// line.  Null when there is none.
+char *nextHeader(IniFile *ini, char *from)
+{
+    for (char *bracket = strchr(from, '['); bracket; bracket = strchr(bracket + 1, '['))
+        if (firstOnLine(bracket, ini->text))
+            return bracket;
+    return nullptr;
+}
+
+// The line of `key` in the current section, positioned on its value.
+char *findValue(IniFile *ini, const char *section, const char *key)
+{
+    if (ini == nullptr || !ini->loaded || section == nullptr || *section == '\0' ||
+        key == nullptr || *key == '\0')
+        return nullptr;
+    if (strcmp(section, ini->section) != 0 && infFindSector(ini, section) != 0)
+        return nullptr;
+    size_t keyLength = strlen(key);
+    for (char *found = strstr(ini->sectionStart, key); found; found = strstr(found + 1, key)) {
+        if (found >= ini->sectionEnd)
+            return nullptr;
+        char *equals = SForSkipSpace(found + keyLength, textEnd(ini));
+        if (*equals == '=' && firstOnLine(found, ini->sectionStart))
+            return SForSkipSpace(equals + 1, textEnd(ini));
+    }
+    return nullptr;
+}
+
+} // namespace
+
+extern "C" {
+
+int infLoad(IniFile **ini, const char *path)
+{
+    if (ini == nullptr)
+        return -1;
+    if (*ini == nullptr) {
+        auto *made = static_cast<IniFile *>(calloc(1, sizeof(IniFile)));
+        char *text = static_cast<char *>(malloc(kInitialBuffer));
+        if (made == nullptr || text == nullptr) {
+            free(made);
+            free(text);
+            return -1;
+        }
+        made->text = text;
+        made->capacity = kInitialBuffer;
+        *ini = made;
+    }
+    IniFile *file = *ini;
+    if (path == nullptr)
+        path = "";
+    if (file->loaded && strcmp(path, file->fileName) == 0)
+        return 0;
+    file->loaded = 0;
+    file->section[0] = '\0';
+    readFile(file, path);
+    return 0;
+}
+
+void infRelease(IniFile **ini)
+{
+    if (ini == nullptr || *ini == nullptr)
+        return;
+    free((*ini)->text);
+    free(*ini);
+    *ini = nullptr;
+}
+
+int infFindSector(IniFile *ini, const char *name)
+{
+    if (ini == nullptr || !ini->loaded || name == nullptr || *name == '\0' ||
+        strlen(name) > INF_SECTION_MAX)
+        return -1;
+    size_t nameLength = strlen(name);
+    char *header = strstr(ini->text, name);
+    for (; header; header = strstr(header + 1, name)) {
+        if (header > ini->text && header[-1] == '[' && header[nameLength] == ']' &&
+            firstOnLine(header - 1, ini->text))
+            break;
+    }
+    if (header == nullptr)
+        return -1;
+    char *body = header + nameLength + 2;
+    if (body >= textEnd(ini))
+        return -1;
+    char *end = textEnd(ini);
+    if (char *next = nextHeader(ini, body)) {
+        // The body ends with the line before the next header, unless that
+        // leaves it empty: then it runs on to the end of the text.
+        char *lastOfBody = SFindLineStart(next, ini->text) - 2;
+        if (lastOfBody > body)
+            end = lastOfBody;
+    }
+    strcpy(ini->section, name);
+    ini->sectionStart = body;
+    ini->sectionEnd = end;
+    return 0;
+}
+
+int infGetInt(IniFile *ini, const char *section, const char *key, int *value)
+{
+    char *found = findValue(ini, section, key);
+    if (found == nullptr || value == nullptr)
+        return -1;
+    *value = atoi(found);
+    return 0;
+}
+
+int infGetStr(IniFile *ini, const char *section, const char *key, char *value)
+{
+    char *found = findValue(ini, section, key);
+    if (found == nullptr || value == nullptr)
+        return -1;
+    size_t length = 0;
+    if (found <= ini->sectionEnd && found < textEnd(ini) && *found != '\n') {
+        char *lineEnd = SFindLineEnd(found, textEnd(ini));
+        if (lineEnd == textEnd(ini)) // the last line has no line feed
+            lineEnd--;
+        char *last = SBackSkipSpace(lineEnd, found);
+        length = size_t(last - found) + 1;
+    }
+    if (length > INF_VALUE_MAX - 1)
+        length = INF_VALUE_MAX - 1;
+    memcpy(value, found, length);
+    value[length] = '\0';
+    return 0;
+}
+
+} // extern "C"
