@@ -9,5 +9,7 @@
 #include "logx.h"
 #include "inifile.h"
 #include "schedule.h"
+#include "sensor.h"
+#include "sound.h"
 
 #endif
