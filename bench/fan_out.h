@@ -3,12 +3,15 @@
 #ifndef TARVO_BENCH_FAN_OUT_H
 #define TARVO_BENCH_FAN_OUT_H
 
+#include "transport.h"
+
 #include <cstdint>
 
 namespace tarvo::bench
 {
 
-struct FanOut {
+// Stress: the writer puts frames out back to back for a while.
+struct FlatOutFanOut {
     bool completed;
     double writtenPerSecond;       // frames the writer put out
     double slowestReaderPerSecond; // whole frames the slowest reader got
@@ -17,11 +20,24 @@ struct FanOut {
     uint64_t faults;  // torn, mis-sized or out-of-order frames, all readers
 };
 
-// Ring readers may skip frames (the writer never waits for them).
-FanOut measureRingFanOut(int key, uint32_t frameLength);
+FlatOutFanOut measureFlatOutFanOut(const TransportMaker &makeTransport);
 
-// Socket readers get every frame (the writer blocks while a socket is full).
-FanOut measureSocketFanOut(uint32_t frameLength);
+// A camera's way: the writer puts frames out at a fixed pace.  The highest
+// pace is searched at which the writer keeps it and every reader gets nearly
+// every frame.
+struct PacedFanOut {
+    bool completed;
+    double framesPerSecond;        // the highest pace sustained; 0 for none
+    double slowestReaderPerSecond; // whole frames the slowest reader got there
+    double slowestShare;           // of the frames written, there
+    double failedPace;             // the lowest pace that failed; 0 for none
+    const char *limit;             // what failed there: "writer", "readers" or "-"
+    int probes;
+    uint64_t dropped; // frames the writer found no room for, all probes
+    uint64_t faults;  // torn, mis-sized or out-of-order frames, all probes
+};
+
+PacedFanOut findHighestPace(const TransportMaker &makeTransport);
 
 } // namespace tarvo::bench
 

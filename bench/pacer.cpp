@@ -37,4 +37,9 @@ void Pacer::awaitNextFrame()
     }
 }
 
+int64_t Pacer::lateness() const
+{
+    return monotonicNanoseconds() - next_;
+}
+
 } // namespace tarvo::bench

@@ -134,17 +134,14 @@ bool ReaderPool::stopAndWait(const Nudge &nudge)
     return allSucceeded && running == 0;
 }
 
-const ReaderTally &ReaderPool::tally(int index) const
-{
-    return shared_->tallies[index];
-}
-
 ReaderTotals ReaderPool::totals(uint32_t framesWritten) const
 {
     ReaderTotals totals{};
+    totals.slowestFrames = UINT64_MAX;
     for (const ReaderTally &tally : shared_->tallies) {
         uint64_t got = tally.frames + tally.faults;
         totals.frames += tally.frames;
+        totals.slowestFrames = std::min<uint64_t>(totals.slowestFrames, tally.frames);
         totals.faults += tally.faults;
         totals.missed += got < framesWritten ? framesWritten - got : 0;
     }

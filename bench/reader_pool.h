@@ -20,9 +20,10 @@ inline constexpr int kReaders = 4;
 
 // What all readers got together, each out of the same frames written.
 struct ReaderTotals {
-    uint64_t frames; // whole frames, in order
-    uint64_t missed; // frames written that a reader never got
-    uint64_t faults; // torn, mis-sized or out-of-order frames
+    uint64_t frames;        // whole frames, in order
+    uint64_t slowestFrames; // the fewest whole frames one reader got
+    uint64_t missed;        // frames written that a reader never got
+    uint64_t faults;        // torn, mis-sized or out-of-order frames
 };
 
 // A reader process's side of the pool.
@@ -65,7 +66,6 @@ class ReaderPool
     // Raises the stop flag and reaps every reader, calling `nudge` about every
     // millisecond while any still runs; true when all exited with 0 in time.
     bool stopAndWait(const Nudge &nudge);
-    const ReaderTally &tally(int index) const;
     ReaderTotals totals(uint32_t framesWritten) const;
 
   private:

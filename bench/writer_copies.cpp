@@ -1,5 +1,6 @@
 #include "writer_copies.h"
 
+#include "frame_stamps.h"
 #include "owned_ring.h"
 
 #include <cstring>

@@ -32,15 +32,17 @@ bool isNewFrame(const RingBuffer *rb, const uint8_t *cell)
 
 // The wait of a reader parked on `cell`: while a frame is being written
 // there it blocks until the writer publishes it, then takes the frame if it
-// is new.  The area lock is taken only when the cell looks full, so a reader
-// that polls a quiet ring costs the writer nothing.
+// is new.  The area lock is taken only when the cell looks like a new frame,
+// so a reader that polls a quiet ring costs the writer nothing.
 void *awaitFrame(RingBuffer *rb, uint8_t *cell)
 {
     if (peek(cell, Field::WStat) == kWritePosition)
         sfWaitUnlock(rb->writerLock);
     if (releasing(rb))
         return RB_RELEASED;
-    if (peek(cell, Field::WStat) != kFull)
+    // A torn look at Seq while the writer stores it can only send the reader
+    // away empty this time; what it takes is decided under the lock.
+    if (peek(cell, Field::WStat) != kFull || peek(cell, Field::Seq) == rb->seq)
         return nullptr;
     takeAreaLock(rb);
     if (get(cell, Field::WStat) == kFull && get(cell, Field::Seq) != rb->seq) {

@@ -164,7 +164,10 @@ TARVO_API extern const uint32_t rbGetHeight2[3];  /* 480, 240, 120 */
 /* Milliseconds from *start to now (32-bit signed arithmetic); 0 for null. */
 TARVO_API int CalTimeDuration(const struct timeval *start);
 
-/* rbLockRead, tried again until 2000 ms have passed; null when nothing came. */
+/* rbLockRead, tried again until 2000 ms have passed; null when nothing came.
+ * It does not sleep between tries (it yields the processor): against a
+ * writer that reserves cells with rbLockWrite each try blocks until the
+ * frame is published; against rbSafeWrite alone it polls. */
 TARVO_API void *rbGetPayload(RingBuffer *rb);
 
 /* rbUnlockRead. */
