@@ -11,5 +11,6 @@
 #include "schedule.h"
 #include "sensor.h"
 #include "sound.h"
+#include "jmd.h"
 
 #endif
