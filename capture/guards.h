@@ -1,5 +1,6 @@
-// Guards that give back a device descriptor or a buffer mapping when a set-up
-// fails half-way; release() hands the resource on when it succeeds.
+// Guards that give back a buffer mapping when a set-up fails half-way;
+// release() hands the mapping on when it succeeds.  Descriptors have
+// tarvo::Descriptor.
 #ifndef TARVO_CAPTURE_GUARDS_H
 #define TARVO_CAPTURE_GUARDS_H
 
@@ -9,30 +10,6 @@
 
 namespace tarvo::capture
 {
-
-class Descriptor
-{
-  public:
-    explicit Descriptor(int fd) : fd_(fd) {}
-    ~Descriptor()
-    {
-        if (fd_ >= 0)
-            close(fd_);
-    }
-    Descriptor(const Descriptor &) = delete;
-    Descriptor &operator=(const Descriptor &) = delete;
-
-    int get() const { return fd_; }
-    int release()
-    {
-        int fd = fd_;
-        fd_ = -1;
-        return fd;
-    }
-
-  private:
-    int fd_;
-};
 
 // A driver buffer mapped read-only and shared.
 class Mapping

@@ -1,5 +1,6 @@
 // Opening the sensor for memory-mapped MJPEG streaming, and letting it go.
 #include "guards.h"
+#include "util/descriptor.h"
 #include "sensor_internal.h"
 
 #include <cstdio>
@@ -10,7 +11,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-using tarvo::capture::Descriptor;
+using tarvo::Descriptor;
 using tarvo::capture::Mapping;
 using tarvo::capture::prepareBuffer;
 

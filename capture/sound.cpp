@@ -2,6 +2,7 @@
 #include "tarvo/sound.h"
 
 #include "guards.h"
+#include "util/descriptor.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -10,7 +11,7 @@
 #include <sys/soundcard.h>
 #include <unistd.h>
 
-using tarvo::capture::Descriptor;
+using tarvo::Descriptor;
 
 namespace
 {

@@ -12,5 +12,9 @@
 #include "sensor.h"
 #include "sound.h"
 #include "jmd.h"
+#include "netconn.h"
+#include "httpnotify.h"
+#include "ftpupload.h"
+#include "mailupload.h"
 
 #endif

@@ -1,0 +1,42 @@
+// Bounded text assembly.
+#include "bounded_text.h"
+
+#include <cstdarg>
+#include <cstdio>
+
+namespace tarvo::net
+{
+
+TextBuilder &TextBuilder::append(std::string_view text)
+{
+    size_t room = size_ - 1 - length_;
+    if (text.size() > room) {
+        text = text.substr(0, room);
+        complete_ = false;
+    }
+    memcpy(buffer_ + length_, text.data(), text.size());
+    length_ += text.size();
+    buffer_[length_] = '\0';
+    return *this;
+}
+
+TextBuilder &TextBuilder::format(const char *format, ...)
+{
+    size_t room = size_ - length_;
+    va_list arguments;
+    va_start(arguments, format);
+    int wanted = vsnprintf(buffer_ + length_, room, format, arguments);
+    va_end(arguments);
+    if (wanted < 0) {
+        buffer_[length_] = '\0';
+        complete_ = false;
+    } else if (size_t(wanted) >= room) {
+        length_ = size_ - 1; // vsnprintf cut it there
+        complete_ = false;
+    } else {
+        length_ += size_t(wanted);
+    }
+    return *this;
+}
+
+} // namespace tarvo::net

@@ -1,0 +1,163 @@
+// The FTP data connection: passive (PASV, LPSV) or active (PORT, LPRT), in
+// the address family of the control connection.
+#include "ftp_internal.h"
+#include "util/descriptor.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+using namespace tarvo::net;
+
+namespace
+{
+
+// An answer to PASV or LPSV is read as one line of at most this many bytes.
+constexpr int kPassiveAnswerSize = 1025;
+
+struct DataAddress {
+    char host[NI_MAXHOST];
+    int port;
+};
+
+// Sends PASV or LPSV and reads the one-line answer; its code (also kept in
+// job->reply), with the text between "(" and ")" of a 227 or 228 answer in
+// numbers.  -1 when nothing usable came.
+int passiveAnswer(FtpJob *job, const char *command, char (&numbers)[kPassiveAnswerSize + 1])
+{
+    numbers[0] = '\0';
+    if (netSend(ftpConn, job->ctrlSock, command, int(strlen(command)), SendMode::Text) != 0)
+        return -1;
+    char answer[kPassiveAnswerSize + 1];
+    if (recvLine(ftpConn, job->ctrlSock, answer, kPassiveAnswerSize) <= 0)
+        return -1;
+    job->reply = atoi(answer);
+    if (job->reply != 227 && job->reply != 228)
+        return job->reply;
+    if (const char *open = strchr(answer, '(')) {
+        size_t length = strcspn(open + 1, ")");
+        memcpy(numbers, open + 1, length);
+        numbers[length] = '\0';
+    }
+    return job->reply;
+}
+
+// LPSV: 0 with the address, or a failure code.
+int longPassiveAddress(FtpJob *job, DataAddress &address)
+{
+    char numbers[kPassiveAnswerSize + 1];
+    if (passiveAnswer(job, "LPSV\r\n", numbers) != 228)
+        return kLongPassiveRefused;
+    int n[21] = {};
+    int count =
+        sscanf(numbers, "%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d", &n[0],
+               &n[1], &n[2], &n[3], &n[4], &n[5], &n[6], &n[7], &n[8], &n[9], &n[10], &n[11],
+               &n[12], &n[13], &n[14], &n[15], &n[16], &n[17], &n[18], &n[19], &n[20]);
+    if (count < 21)
+        return -303;
+    if (n[0] != 6 || n[1] != 16 || n[18] != 2)
+        return -304;
+    sockaddr_in6 server{};
+    server.sin6_family = AF_INET6;
+    for (int i = 0; i < 16; i++)
+        server.sin6_addr.s6_addr[i] = static_cast<unsigned char>(n[2 + i]);
+    if (getnameinfo(reinterpret_cast<sockaddr *>(&server), sizeof server, address.host,
+                    sizeof address.host, nullptr, 0, NI_NUMERICHOST) != 0)
+        return -305;
+    address.port = n[19] * 256 + n[20];
+    return 0;
+}
+
+// PASV: 0 with the address, or a failure code.  The numbers are not
+// counted; missing ones stay 0.
+int passiveAddress(FtpJob *job, DataAddress &address)
+{
+    char numbers[kPassiveAnswerSize + 1];
+    if (passiveAnswer(job, "PASV\r\n", numbers) != 227)
+        return -306;
+    int n[6] = {};
+    sscanf(numbers, "%d,%d,%d,%d,%d,%d", &n[0], &n[1], &n[2], &n[3], &n[4], &n[5]);
+    snprintf(address.host, sizeof address.host, "%d.%d.%d.%d", n[0], n[1], n[2], n[3]);
+    address.port = n[4] * 256 + n[5];
+    return 0;
+}
+
+int openPassive(FtpJob *job)
+{
+    sockaddr_storage local{};
+    socklen_t length = sizeof local;
+    if (getsockname(job->ctrlSock, reinterpret_cast<sockaddr *>(&local), &length) != 0)
+        return -301;
+    DataAddress server;
+    int failed =
+        local.ss_family == AF_INET6 ? longPassiveAddress(job, server) : passiveAddress(job, server);
+    if (failed)
+        return failed;
+    closeConnection(ftpConn, job->dataSock);
+    job->dataSock = netConnect(ftpConn, server.host, server.port);
+    return job->dataSock < 0 ? -307 : 0;
+}
+
+// Announces the listening address with LPRT (IPv6) or PORT (IPv4).
+int announceListener(FtpJob *job, const sockaddr_storage &listening)
+{
+    if (listening.ss_family == AF_INET6) {
+        auto &ipv6 = reinterpret_cast<const sockaddr_in6 &>(listening);
+        const unsigned char *a = ipv6.sin6_addr.s6_addr;
+        auto port = reinterpret_cast<const unsigned char *>(&ipv6.sin6_port);
+        int reply =
+            ftpCommand(job, "LPRT 6,16,%u,%u,%u,%u,%u,%u,%u,%u,%u,%u,%u,%u,%u,%u,%u,%u,2,%u,%u\r\n",
+                       a[0], a[1], a[2], a[3], a[4], a[5], a[6], a[7], a[8], a[9], a[10], a[11],
+                       a[12], a[13], a[14], a[15], port[0], port[1]);
+        return reply == 200 ? 0 : -206;
+    }
+    auto &ipv4 = reinterpret_cast<const sockaddr_in &>(listening);
+    auto a = reinterpret_cast<const unsigned char *>(&ipv4.sin_addr);
+    auto port = reinterpret_cast<const unsigned char *>(&ipv4.sin_port);
+    int reply =
+        ftpCommand(job, "PORT %u,%u,%u,%u,%u,%u\r\n", a[0], a[1], a[2], a[3], port[0], port[1]);
+    return reply == 200 ? 0 : -207;
+}
+
+// Listens on the control connection's local address at a port the system
+// picks, and tells the server; the listening socket becomes dataSock.
+int openActive(FtpJob *job)
+{
+    sockaddr_storage local{};
+    socklen_t length = sizeof local;
+    if (getsockname(job->ctrlSock, reinterpret_cast<sockaddr *>(&local), &length) != 0)
+        return -201;
+    tarvo::Descriptor listener(socket(local.ss_family, SOCK_STREAM, 0));
+    if (listener.get() < 0)
+        return -202;
+    if (local.ss_family == AF_INET6)
+        reinterpret_cast<sockaddr_in6 &>(local).sin6_port = 0;
+    else
+        reinterpret_cast<sockaddr_in &>(local).sin_port = 0;
+    if (bind(listener.get(), reinterpret_cast<sockaddr *>(&local), length) != 0)
+        return -203;
+    if (getsockname(listener.get(), reinterpret_cast<sockaddr *>(&local), &length) != 0)
+        return -204;
+    if (listen(listener.get(), 1) != 0)
+        return -205;
+    if (int failed = announceListener(job, local))
+        return failed;
+    closeConnection(ftpConn, job->dataSock);
+    job->dataSock = listener.release();
+    return 0;
+}
+
+} // namespace
+
+namespace tarvo::net
+{
+
+int openDataConnection(FtpJob *job)
+{
+    return job->passive ? openPassive(job) : openActive(job);
+}
+
+} // namespace tarvo::net

@@ -1,0 +1,74 @@
+// ftpWrite: into the work directory, then one file over a data connection.
+#include "bounded_text.h"
+#include "ftp_internal.h"
+
+#include <cstring>
+#include <sys/socket.h>
+
+using namespace tarvo::net;
+
+namespace
+{
+
+constexpr int kDirectoryChanged = 250;
+constexpr int kDirectoryMade = 257;
+
+// Enters workDir: by its absolute path, else component by component from
+// the login directory, making the ones that are missing.
+bool enterWorkDir(FtpJob *job)
+{
+    if (ftpCommand(job, "CWD /%s\r\n", job->workDir) == kDirectoryChanged)
+        return true;
+    const char *name = job->workDir;
+    for (const char *slash; (slash = strchr(name, '/')) != nullptr; name = slash + 1) {
+        int length = int(slash - name);
+        if (ftpCommand(job, "CWD %.*s\r\n", length, name) == kDirectoryChanged)
+            continue;
+        if (ftpCommand(job, "MKD %.*s\r\n", length, name) != kDirectoryMade ||
+            ftpCommand(job, "CWD %.*s\r\n", length, name) != kDirectoryChanged)
+            return false;
+    }
+    return true;
+}
+
+// The steps after the login: 0 or the failing step's code.
+int store(FtpJob *job, char *data, int length)
+{
+    if (job->ctrlSock < 0 || length < 1 || data == nullptr)
+        return -501;
+    if (!isTerminated(job->workDir) || (job->workDir[0] && !enterWorkDir(job)))
+        return -502;
+    if (int failed = openDataConnection(job))
+        return failed;
+    if (!isTerminated(job->fileName))
+        return -503;
+    int stored = ftpCommand(job, "STOR %s\r\n", job->fileName);
+    if (stored != 150 && stored != 125)
+        return -503;
+    if (!job->passive) {
+        int accepted = accept(job->dataSock, nullptr, nullptr);
+        if (accepted < 0)
+            return -504;
+        netClose(ftpConn, job->dataSock);
+        job->dataSock = accepted;
+    }
+    if (netSend(ftpConn, job->dataSock, data, length, SendMode::Binary) != 0)
+        return -505;
+    closeConnection(ftpConn, job->dataSock);
+    job->reply = readReply(ftpConn, job->ctrlSock);
+    if (job->reply != 226 && job->reply != 250)
+        return -506;
+    return 0;
+}
+
+} // namespace
+
+extern "C" int ftpWrite(FtpJob *job, char *data, int length)
+{
+    if (job == nullptr)
+        return -1;
+    int outcome = store(job, data, length);
+    if (outcome != kLongPassiveRefused)
+        job->result = outcome;
+    return job->result;
+}

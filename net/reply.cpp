@@ -1,0 +1,75 @@
+// The three-digit reply reader of the FTP and e-mail clients, and commands
+// answered by one reply.
+#include "connection.h"
+
+#include <cctype>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace tarvo::net
+{
+
+namespace
+{
+
+bool isDigit(char c)
+{
+    return isdigit(static_cast<unsigned char>(c)) != 0;
+}
+
+// The start of the chunk's last line: past every CR LF that ends before the
+// end of the received bytes.
+const char *lastLine(const char *chunk, int received)
+{
+    const char *line = chunk;
+    for (const char *lineEnd = strstr(line, "\r\n"); lineEnd && lineEnd + 2 < chunk + received;
+         lineEnd = strstr(line, "\r\n"))
+        line = lineEnd + 2;
+    return line;
+}
+
+// A final reply line: starts more than three bytes before the end of the
+// received data, and reads three digits followed by a space or its end.
+bool isFinalReply(const char *line, const char *receivedEnd)
+{
+    return receivedEnd - line > 3 && strnlen(line, 4) >= 3 && (line[3] == ' ' || line[3] == '\0') &&
+           isDigit(line[0]) && isDigit(line[1]) && isDigit(line[2]);
+}
+
+} // namespace
+
+int readReply(NetConn &conn, int sock)
+{
+    char chunk[kReplySize];
+    for (;;) {
+        int received = recvLine(conn, sock, chunk, kReplySize - 1);
+        if (received < 0)
+            return -1;
+        if (received == 0)
+            return -2;
+        if (received >= 3 && chunk[received - 2] == '\r' && chunk[received - 1] == '\n')
+            chunk[received - 2] = '\0';
+        const char *line = lastLine(chunk, received);
+        if (isFinalReply(line, chunk + received))
+            return atoi(line);
+    }
+}
+
+int sendCommand(NetConn &conn, int sock, const char *command)
+{
+    if (netSend(conn, sock, command, int(strlen(command)), SendMode::Text) != 0)
+        return -1;
+    return readReply(conn, sock);
+}
+
+int sendCommandV(NetConn &conn, int sock, const char *format, va_list arguments)
+{
+    char command[kCommandSize];
+    int length = vsnprintf(command, sizeof command, format, arguments);
+    if (length < 0 || length >= kCommandSize)
+        return -1;
+    return sendCommand(conn, sock, command);
+}
+
+} // namespace tarvo::net
