@@ -11,7 +11,7 @@ TextBuilder &TextBuilder::append(std::string_view text)
 {
     size_t room = size_ - 1 - length_;
     if (text.size() > room) {
-        text = text.substr(0, room);
+        text.remove_suffix(text.size() - room);
         complete_ = false;
     }
     memcpy(buffer_ + length_, text.data(), text.size());

@@ -7,7 +7,10 @@ string(REGEX MATCHALL "[^\n]+" lines "${symbols}")
 set(exported "")
 foreach(line IN LISTS lines)
   string(REGEX REPLACE "^[0-9a-fA-F]* *[A-Za-z] " "" name "${line}")
-  list(APPEND exported ${name})
+  # Section bounds the linker defines for coverage counters are not ours.
+  if(NOT name MATCHES "^__(start|stop)_")
+    list(APPEND exported ${name})
+  endif()
 endforeach()
 list(SORT exported)
 
