@@ -3,6 +3,7 @@
 #include "ftp_internal.h"
 #include "util/descriptor.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -22,6 +23,29 @@ struct DataAddress {
     char host[NI_MAXHOST];
     int port;
 };
+
+// Reads comma-separated decimal numbers as "%d,%d,..." would, but a number
+// too large for a long is clamped instead of overflowing; how many were read.
+int readNumbers(const char *text, long *numbers, int count)
+{
+    for (int read = 0; read < count; read++) {
+        if (read > 0 && *text++ != ',')
+            return read;
+        char *end;
+        numbers[read] = strtol(text, &end, 10);
+        if (end == text)
+            return read;
+        text = end;
+    }
+    return count;
+}
+
+// Address and port numbers of a passive answer must be bytes before any
+// arithmetic is done on them.
+bool allBytes(const long *numbers, int count)
+{
+    return std::all_of(numbers, numbers + count, [](long n) { return n >= 0 && n <= 255; });
+}
 
 // Sends PASV or LPSV and reads the one-line answer; its code (also kept in
 // job->reply), with the text between "(" and ")" of a 227 or 228 answer in
@@ -51,15 +75,13 @@ int longPassiveAddress(FtpJob *job, DataAddress &address)
     char numbers[kPassiveAnswerSize + 1];
     if (passiveAnswer(job, "LPSV\r\n", numbers) != 228)
         return kLongPassiveRefused;
-    int n[21] = {};
-    int count =
-        sscanf(numbers, "%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d", &n[0],
-               &n[1], &n[2], &n[3], &n[4], &n[5], &n[6], &n[7], &n[8], &n[9], &n[10], &n[11],
-               &n[12], &n[13], &n[14], &n[15], &n[16], &n[17], &n[18], &n[19], &n[20]);
-    if (count < 21)
+    long n[21] = {};
+    if (readNumbers(numbers, n, 21) < 21)
         return -303;
     if (n[0] != 6 || n[1] != 16 || n[18] != 2)
         return -304;
+    if (!allBytes(n, 21))
+        return -307;
     sockaddr_in6 server{};
     server.sin6_family = AF_INET6;
     for (int i = 0; i < 16; i++)
@@ -67,7 +89,7 @@ int longPassiveAddress(FtpJob *job, DataAddress &address)
     if (getnameinfo(reinterpret_cast<sockaddr *>(&server), sizeof server, address.host,
                     sizeof address.host, nullptr, 0, NI_NUMERICHOST) != 0)
         return -305;
-    address.port = n[19] * 256 + n[20];
+    address.port = int(n[19] * 256 + n[20]);
     return 0;
 }
 
@@ -78,10 +100,12 @@ int passiveAddress(FtpJob *job, DataAddress &address)
     char numbers[kPassiveAnswerSize + 1];
     if (passiveAnswer(job, "PASV\r\n", numbers) != 227)
         return -306;
-    int n[6] = {};
-    sscanf(numbers, "%d,%d,%d,%d,%d,%d", &n[0], &n[1], &n[2], &n[3], &n[4], &n[5]);
-    snprintf(address.host, sizeof address.host, "%d.%d.%d.%d", n[0], n[1], n[2], n[3]);
-    address.port = n[4] * 256 + n[5];
+    long n[6] = {};
+    readNumbers(numbers, n, 6);
+    if (!allBytes(n, 6))
+        return -307;
+    snprintf(address.host, sizeof address.host, "%ld.%ld.%ld.%ld", n[0], n[1], n[2], n[3]);
+    address.port = int(n[4] * 256 + n[5]);
     return 0;
 }
 

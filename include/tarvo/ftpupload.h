@@ -18,7 +18,8 @@
  *   -301 getsockname  -303 LPSV answer has fewer than 21 numbers
  *   -304 LPSV answer not family 6, length 16, port length 2
  *   -305 LPSV address not convertible  -306 PASV not answered 227
- *   -307 data connect failed
+ *   -307 data connect failed, or an address or port number of the PASV
+ *   or LPSV answer lies outside 0..255 (nothing is connected then)
  *   -501 no control connection, no data or length < 1
  *   -502 work directory could not be entered or created
  *   -503 STOR not answered 150/125  -504 accept failed

@@ -230,6 +230,12 @@ TEST(ScriptedFtp, FailuresOfTheTransferSteps)
                                 std::to_string(closed.port() % 256) + ")\r\n";
     std::string family4 = "228 Entering Long Passive Mode "
                           "(4,4,127,0,0,1,0,0,0,0,0,0,0,0,0,0,0,0,2,4,1)\r\n";
+    // Numbers beyond a byte: a port high byte that would wrap onto a
+    // listening port, and ports that would overflow an int.
+    LoopbackPort listening(AF_INET, true);
+    std::string wrapped = "227 Entering Passive Mode (127,0,0,1," +
+                          std::to_string(256 + listening.port() / 256) + "," +
+                          std::to_string(listening.port() % 256) + ")\r\n";
     struct Case {
         const char *what;
         int family, passive;
@@ -253,6 +259,19 @@ TEST(ScriptedFtp, FailuresOfTheTransferSteps)
          {"CWD", "LPSV"}},
         {"LPSV of another family", AF_INET6, 1, {{"LPSV", family4}}, -304, {"CWD", "LPSV"}},
         {"PASV refused", AF_INET, 1, {{"PASV", "500 no\r\n"}}, -306, {"CWD", "PASV"}},
+        {"PASV port beyond a byte", AF_INET, 1, {{"PASV", wrapped}}, -307, {"CWD", "PASV"}},
+        {"PASV port overflowing an int",
+         AF_INET,
+         1,
+         {{"PASV", "227 Entering Passive Mode (127,0,0,1,16777216,1)\r\n"}},
+         -307,
+         {"CWD", "PASV"}},
+        {"LPSV port beyond an int",
+         AF_INET6,
+         1,
+         {{"LPSV", "228 Long Passive (6,16,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,1,2,99999999999,1)\r\n"}},
+         -307,
+         {"CWD", "LPSV"}},
         {"PASV to a closed port", AF_INET, 1, {{"PASV", closedPassive}}, -307, {"CWD", "PASV"}},
         {"PORT refused", AF_INET, 0, {{"PORT", "500 no\r\n"}}, -207, {"CWD", "PORT"}},
         {"LPRT refused", AF_INET6, 0, {{"LPRT", "500 no\r\n"}}, -206, {"CWD", "LPRT"}},
