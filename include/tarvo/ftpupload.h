@@ -10,6 +10,13 @@
  * clear it either).  Connections time out after 30 seconds, a reply after
  * 100 one-second waits.  ftpInit sets SIGPIPE to be ignored.
  *
+ * A reply whose continuation lines never end (a server that keeps sending
+ * "220-" lines) is ended only by ftpForceStop.  A send blocked on a server
+ * that does not read, and the accept of active mode, do not see a force
+ * stop raised from another thread: only a signal to the calling thread,
+ * caught by a handler installed without SA_RESTART, ends them (the step
+ * then fails).
+ *
  * Result codes, stored in result and returned:
  *   -101 connect  -102 no greeting  -103 USER not answered 331
  *   -104 PASS not answered 230  -105 REST 0 failed  -106 TYPE I failed

@@ -9,7 +9,10 @@
  * the client fail at its next send or receive (a running one at its next
  * check: before each send, after each one-second receive wait); it is meant
  * to be raised from another thread or a signal handler and is never
- * cleared again in the life of the process, not even by httpInit.
+ * cleared again in the life of the process, not even by httpInit.  A send
+ * blocked on a server that does not read does not see a force stop raised
+ * from another thread: only a signal to the calling thread, caught by a
+ * handler installed without SA_RESTART, ends it (the request then fails).
  *
  * Connections are made with a 30-second time-out to the first address of
  * the host (IPv4 first, then IPv6); a receive gives up after 100 one-second

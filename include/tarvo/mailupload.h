@@ -12,6 +12,12 @@
  * does not clear it either).  Connections time out after 30 seconds, a
  * reply after 100 one-second waits.  mailInit sets SIGPIPE to be ignored.
  *
+ * A reply whose continuation lines never end (a server that keeps sending
+ * "250-" lines) is ended only by mailForceStop.  A send blocked on a server
+ * that does not read does not see a force stop raised from another thread:
+ * only a signal to the calling thread, caught by a handler installed
+ * without SA_RESTART, ends it (the step then fails).
+ *
  * Result codes, stored in result:
  *   -101 connect (also a server name longer than MAIL_TEXT_SIZE - 1 bytes)
  *   -102 no greeting  -103 "ehlo" not answered 250
