@@ -143,14 +143,8 @@ inline uint8_t *firstCell(const RingBuffer *rb)
     return rb->base + kAreaHeaderSize;
 }
 
-// The cell a stored distance names; null for 0.  A distance that would put
-// the cell header outside the segment (a damaged chain) names the first cell.
 inline uint8_t *cellAt(const RingBuffer *rb, uint32_t distance)
 {
-    if (distance == 0)
-        return nullptr;
-    if (distance < kAreaHeaderSize || distance > rb->segmentSize - kCellHeaderSize)
-        return firstCell(rb);
     return rb->base + distance;
 }
 
@@ -159,22 +153,57 @@ inline uint32_t distanceOf(const RingBuffer *rb, const uint8_t *cell)
     return cell ? uint32_t(cell - rb->base) : 0;
 }
 
-inline uint8_t *writePosition(const RingBuffer *rb)
+// The most cells the segment can hold.  Intact cells lie in rising memory
+// order, so no walk of the chain that ends within one lap needs more steps.
+inline uint32_t cellLimit(const RingBuffer *rb)
 {
-    return cellAt(rb, header(rb)->writeCell);
+    return (rb->segmentSize - kAreaHeaderSize) / kCellHeaderSize;
 }
 
-// The write position as the writer last left it, read without the area lock.
-inline uint8_t *peekWritePosition(const RingBuffer *rb)
+// Whether `cell` (whose header lies inside the segment) is whole as the
+// writer keeps it: its payload ends inside the segment and its Next is 0 or
+// names the cell that starts right there.  Any process can write into the
+// segment, so no size is trusted and no link followed until this holds.
+inline bool intact(const RingBuffer *rb, const uint8_t *cell)
 {
-    return cellAt(rb, __atomic_load_n(&header(rb)->writeCell, __ATOMIC_ACQUIRE));
+    uint32_t distance = distanceOf(rb, cell);
+    uint32_t size = get(cell, Field::Size);
+    if (size > rb->segmentSize - kCellHeaderSize - distance)
+        return false;
+    uint32_t next = get(cell, Field::Next);
+    return next == 0 ||
+           (next == distance + kCellHeaderSize + size && next <= rb->segmentSize - kCellHeaderSize);
 }
 
-// The cell after `cell`, wrapping from the last cell to the first.
+// The cell after an intact `cell` in memory; null after the last cell.
+inline uint8_t *nextInMemory(const RingBuffer *rb, const uint8_t *cell)
+{
+    uint32_t next = get(cell, Field::Next);
+    return next ? cellAt(rb, next) : nullptr;
+}
+
+// The cell after `cell`, wrapping from the last cell to the first; null when
+// `cell` is not intact.
 inline uint8_t *nextInRing(const RingBuffer *rb, const uint8_t *cell)
 {
-    uint8_t *next = cellAt(rb, get(cell, Field::Next));
+    if (!intact(rb, cell))
+        return nullptr;
+    uint8_t *next = nextInMemory(rb, cell);
     return next ? next : firstCell(rb);
+}
+
+// The cell an area header word names.  A distance that would put the cell
+// header outside the segment names the first cell.
+inline uint8_t *headerCell(const RingBuffer *rb, uint32_t distance)
+{
+    if (distance < kAreaHeaderSize || distance > rb->segmentSize - kCellHeaderSize)
+        return firstCell(rb);
+    return cellAt(rb, distance);
+}
+
+inline uint8_t *writePosition(const RingBuffer *rb)
+{
+    return headerCell(rb, header(rb)->writeCell);
 }
 
 inline void *payloadOf(uint8_t *cell)

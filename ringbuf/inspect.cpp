@@ -57,11 +57,14 @@ int rbResetAll(RingBuffer *rb)
     if (rb == nullptr || rb->cell == nullptr)
         return 0;
     takeAreaLock(rb);
+    // A damaged chain ends the walk at the damage or after one lap's worth
+    // of cells.
     uint8_t *cell = rb->cell;
+    uint32_t steps = cellLimit(rb);
     do {
         set(cell, Field::WStat, kEmpty);
         cell = nextInRing(rb, cell);
-    } while (cell != rb->cell);
+    } while (cell != nullptr && cell != rb->cell && --steps > 0);
     set(rb->cell, Field::WStat, kWritePosition);
     rb->seq = 0;
     sfUnlock(rb->areaLock);
@@ -78,9 +81,14 @@ int rbCheckBuffer(RingBuffer *rb)
            distanceOf(rb, rb->cell), rb->hold, rb->seq, unsigned(uintptr_t(rb->base)),
            area->writeCell);
     printf("Rinbuf: Scan all cell %d:\n", area->cellCount);
+    // Intact cells lie in rising memory order; the walk ends after the first
+    // cell that is not intact.
     int number = 0;
-    for (const uint8_t *cell = firstCell(rb); cell; cell = cellAt(rb, get(cell, Field::Next)))
+    for (const uint8_t *cell = firstCell(rb); cell; cell = nextInMemory(rb, cell)) {
         printCell(rb, number++, cell);
+        if (!intact(rb, cell))
+            break;
+    }
     return sfUnlock(rb->areaLock);
 }
 

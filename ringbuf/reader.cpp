@@ -11,8 +11,14 @@ namespace
 constexpr uint32_t kNoDistance = 999999;
 
 // Hold `cell` for reading; called with the area lock held, gives it back.
+// A cell whose payload would run past the segment is never handed out: the
+// area was damaged by another process, and the reader is told as on release.
 void *take(RingBuffer *rb, uint8_t *cell)
 {
+    if (!intact(rb, cell)) {
+        sfUnlock(rb->areaLock);
+        return RB_RELEASED;
+    }
     add(cell, Field::Used, 1);
     rb->cell = cell;
     rb->seq = get(cell, Field::Seq);
@@ -46,7 +52,8 @@ void *awaitFrame(RingBuffer *rb, uint8_t *cell)
         return nullptr;
     takeAreaLock(rb);
     if (get(cell, Field::WStat) == kFull && get(cell, Field::Seq) != rb->seq) {
-        add(cell, Field::Stay, -1);
+        if (intact(rb, cell)) // the place is given back only with a frame taken
+            add(cell, Field::Stay, -1);
         return take(rb, cell);
     }
     sfUnlock(rb->areaLock);
@@ -65,18 +72,24 @@ void *park(RingBuffer *rb, uint8_t *cell)
 }
 
 // Take the first new frame from `cell` up to the write position, or park
-// there.  Called with the area lock held.
+// there.  Called with the area lock held.  A walk that never meets the write
+// position within the cells the segment can hold, or meets a cell that is
+// not intact, ends as on release: the area was damaged.
 void *scanFrom(RingBuffer *rb, uint8_t *cell)
 {
     uint8_t *writeCell = writePosition(rb);
-    while (cell != writeCell) {
-        if (releasing(rb)) {
+    for (uint32_t steps = cellLimit(rb); cell != writeCell; steps--) {
+        if (releasing(rb) || steps == 0) {
             sfUnlock(rb->areaLock);
             return RB_RELEASED;
         }
         if (isNewFrame(rb, cell))
             return take(rb, cell);
         cell = nextInRing(rb, cell);
+        if (cell == nullptr) {
+            sfUnlock(rb->areaLock);
+            return RB_RELEASED;
+        }
     }
     return park(rb, cell);
 }
@@ -95,8 +108,9 @@ void *lockNearest(RingBuffer *rb, int wanted)
     takeAreaLock(rb);
     uint8_t *chosen = nullptr;
     uint32_t best = kNoDistance;
-    for (uint8_t *cell = firstCell(rb); cell; cell = cellAt(rb, get(cell, Field::Next))) {
-        if (releasing(rb)) {
+    // Intact cells lie in rising memory order, so this walk ends by itself.
+    for (uint8_t *cell = firstCell(rb); cell; cell = nextInMemory(rb, cell)) {
+        if (releasing(rb) || !intact(rb, cell)) {
             sfUnlock(rb->areaLock);
             return RB_RELEASED;
         }
@@ -155,8 +169,11 @@ void rbUnlockRead(RingBuffer *rb)
     takeAreaLock(rb);
     uint8_t *cell = rb->cell;
     add(cell, Field::Used, -1);
-    if (cell != writePosition(rb))
-        cell = nextInRing(rb, cell);
+    if (cell != writePosition(rb)) {
+        // A damaged link keeps the reader on its cell; its next read says so.
+        if (uint8_t *next = nextInRing(rb, cell))
+            cell = next;
+    }
     add(cell, Field::Stay, 1);
     rb->cell = cell;
     rb->hold = kParked;

@@ -20,6 +20,17 @@
  * released, after which the caller should detach.  Failures print one line on
  * standard output beginning with "rinbuf: ".  Every function accepts a null
  * handle and then does nothing.  One handle must not be used by two threads.
+ *
+ * A damaged area: the segment is writable by any local user (mode 0666), so
+ * no size or link read from it is trusted.  A cell is used only while its
+ * payload ends inside the segment and its Next is 0 or names the cell right
+ * after it (and a Prev followed by the writer names the cell before it); a
+ * walk of the chain takes at most as many steps as the segment can hold
+ * cells (its size less 28, over 32).  A frame call that meets a cell
+ * failing these checks, or a walk that runs out of steps, ends as on release
+ * (-1 / RB_RELEASED) without touching the cell; rbResetAll and rbCheckBuffer
+ * stop their walk there.  A writer killed in the middle of a frame can leave
+ * such an area too: a restarted writer re-creates it.
  */
 #ifndef TARVO_RINGBUF_H
 #define TARVO_RINGBUF_H
@@ -93,7 +104,9 @@ TARVO_API int rbSafeWrite(RingBuffer *rb, const void *data, uint32_t length);
  * RB_RELEASED when the buffer is being released. */
 TARVO_API void *rbLockWrite(RingBuffer *rb, uint32_t length);
 
-/* Publish the cell reserved by rbLockWrite; nothing when none is reserved. */
+/* Publish the cell reserved by rbLockWrite; nothing when none is reserved.
+ * When another process damaged the cell meanwhile, it stays the write
+ * position and the next write ends as on release. */
 TARVO_API void rbUnlockWrite(RingBuffer *rb);
 
 /*
@@ -124,6 +137,8 @@ TARVO_API int rbSyncNewest(RingBuffer *rb);
  * Inspection.  The three cell accessors describe the handle's current cell
  * (the one held after a read, or reserved by rbLockWrite) without locking;
  * they return 0 for a null handle and for a handle with no current cell.
+ * rbGetCellLength passes on whatever length the segment holds: a consumer
+ * must not read past rbGetCellSize bytes of the payload.
  */
 TARVO_API uint32_t rbGetCellSize(RingBuffer *rb);
 TARVO_API uint32_t rbGetCellLength(RingBuffer *rb);

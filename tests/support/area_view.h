@@ -50,6 +50,7 @@ class AreaView
         std::memcpy(&value, base_ + 4 * which, 4);
         return value;
     }
+    void setWord(Word which, uint32_t value) { std::memcpy(base_ + 4 * which, &value, 4); }
 
     // Cell fields are big-endian bytes on every host.
     uint32_t field(uint32_t at, uint32_t offset) const
