@@ -1,11 +1,14 @@
 // INI file reader: load once, look values up by section and key.
 #include "tarvo/inifile.h"
 
+#include "descriptor.h"
+
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace
@@ -34,11 +37,24 @@ char *textEnd(IniFile *ini)
     return ini->text + ini->length;
 }
 
-// Whether p is the first non-blank character of its line (not looking
-// before `lower`).
-bool firstOnLine(char *p, char *lower)
+// The first position at or after `from` that has only blanks between it
+// and the start of its line (no line starts before `lineStart`) and that
+// `accept` takes; null when the text's NUL comes first.  Each line is looked
+// at from its start once, so a lookup is linear in the text walked.
+template <typename Accept> char *findLineOpening(char *lineStart, char *from, Accept accept)
 {
-    return SForSkipSpace(SFindLineStart(p, lower), p) == p;
+    for (char *p = lineStart;;) {
+        for (;; p++) {
+            if (p >= from && *p != '\n' && *p != '\0' && accept(p))
+                return p;
+            if (*p != ' ' && *p != '\t')
+                break;
+        }
+        char *lineFeed = strchr(p, '\n');
+        if (lineFeed == nullptr)
+            return nullptr;
+        p = lineFeed + 1;
+    }
 }
 
 bool makeRoom(IniFile *ini, size_t bytes)
@@ -53,34 +69,36 @@ bool makeRoom(IniFile *ini, size_t bytes)
     return true;
 }
 
-// Reads the whole file; false when it cannot be opened, sized or held.
+// Reads the whole file; false when it cannot be opened, sized or held.  The
+// open does not block and anything but a regular file counts as unsizable,
+// so a FIFO or a device in the file's place cannot stall the caller.
 bool readFile(IniFile *ini, const char *path)
 {
-    int fd = open(path, O_RDONLY);
-    off_t size = fd < 0 ? 0 : lseek(fd, 0, SEEK_END);
-    bool readable = fd >= 0 && size >= 0 && size < INT_MAX && lseek(fd, 0, SEEK_SET) == 0 &&
+    tarvo::Descriptor file(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    int fd = file.get();
+    struct stat status {
+    };
+    bool regular = fd >= 0 && fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
+    off_t size = fd < 0 ? 0 : regular ? lseek(fd, 0, SEEK_END) : -1;
+    bool readable = regular && size >= 0 && size < INT_MAX && lseek(fd, 0, SEEK_SET) == 0 &&
                     makeRoom(ini, size_t(size) + 1);
     if (!readable) {
         printf("inf: open file %s fail, %d, %d!\n", path, fd, int(size));
-    } else {
-        ssize_t got = read(fd, ini->text, size_t(size));
-        ini->length = got > 0 ? int(got) : 0;
-        ini->text[ini->length] = '\0';
-        ini->loaded = 1;
+        return false;
     }
-    if (fd >= 0)
-        close(fd);
-    return readable;
+    ssize_t got = read(fd, ini->text, size_t(size));
+    ini->length = got > 0 ? int(got) : 0;
+    ini->text[ini->length] = '\0';
+    ini->loaded = 1;
+    return true;
 }
 
 // The next section header after `from`: the first '[' that is first on its
 // line.  Null when there is none.
 char *nextHeader(IniFile *ini, char *from)
 {
-    for (char *bracket = strchr(from, '['); bracket; bracket = strchr(bracket + 1, '['))
-        if (firstOnLine(bracket, ini->text))
-            return bracket;
-    return nullptr;
+    return findLineOpening(SFindLineStart(from, ini->text), from,
+                           [](const char *p) { return *p == '['; });
 }
 
 // The line of `key` in the current section, positioned on its value.
@@ -92,14 +110,13 @@ char *findValue(IniFile *ini, const char *section, const char *key)
     if (strcmp(section, ini->section) != 0 && infFindSector(ini, section) != 0)
         return nullptr;
     size_t keyLength = strlen(key);
-    for (char *found = strstr(ini->sectionStart, key); found; found = strstr(found + 1, key)) {
-        if (found >= ini->sectionEnd)
-            return nullptr;
-        char *equals = SForSkipSpace(found + keyLength, textEnd(ini));
-        if (*equals == '=' && firstOnLine(found, ini->sectionStart))
-            return SForSkipSpace(equals + 1, textEnd(ini));
-    }
-    return nullptr;
+    char *end = textEnd(ini);
+    char *found = findLineOpening(ini->sectionStart, ini->sectionStart, [&](char *p) {
+        return strncmp(p, key, keyLength) == 0 && *SForSkipSpace(p + keyLength, end) == '=';
+    });
+    if (found == nullptr || found >= ini->sectionEnd)
+        return nullptr;
+    return SForSkipSpace(SForSkipSpace(found + keyLength, end) + 1, end);
 }
 
 } // namespace
@@ -148,15 +165,12 @@ int infFindSector(IniFile *ini, const char *name)
         strlen(name) > INF_SECTION_MAX)
         return -1;
     size_t nameLength = strlen(name);
-    char *header = strstr(ini->text, name);
-    for (; header; header = strstr(header + 1, name)) {
-        if (header > ini->text && header[-1] == '[' && header[nameLength] == ']' &&
-            firstOnLine(header - 1, ini->text))
-            break;
-    }
-    if (header == nullptr)
+    char *bracket = findLineOpening(ini->text, ini->text, [&](const char *p) {
+        return *p == '[' && strncmp(p + 1, name, nameLength) == 0 && p[1 + nameLength] == ']';
+    });
+    if (bracket == nullptr)
         return -1;
-    char *body = header + nameLength + 2;
+    char *body = bracket + nameLength + 3;
     if (body >= textEnd(ini))
         return -1;
     char *end = textEnd(ini);

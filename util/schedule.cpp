@@ -2,10 +2,14 @@
 #include "tarvo/schedule.h"
 #include "tarvo/semlock.h"
 
+#include "descriptor.h"
+
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace
@@ -149,6 +153,22 @@ bool fillSections(Schedule *sd, FILE *file)
     return true;
 }
 
+// The schedule file opened for reading and writing, as the loader has always
+// asked.  The open does not block, and anything but a regular file is
+// refused, so a FIFO in the file's place cannot stall the caller.
+FILE *openScheduleFile()
+{
+    tarvo::Descriptor fd(open(kFileName, O_RDWR | O_NONBLOCK | O_CLOEXEC));
+    struct stat status {
+    };
+    if (fd.get() < 0 || fstat(fd.get(), &status) != 0 || !S_ISREG(status.st_mode))
+        return nullptr;
+    FILE *file = fdopen(fd.get(), "r+");
+    if (file != nullptr)
+        fd.release();
+    return file;
+}
+
 bool readSchedule(Schedule *sd, FILE *file)
 {
     int headers = countHeaders(file);
@@ -206,7 +226,7 @@ int sdLoad(Schedule **sd)
         schedule->loading = 1;
         *sd = schedule;
     }
-    FILE *file = fopen(kFileName, "r+");
+    FILE *file = openScheduleFile();
     if (file == nullptr)
         printf("Schedule: open file %s fail\n", kFileName);
     if (file == nullptr || !readSchedule(schedule, file)) {

@@ -28,7 +28,11 @@ typedef struct IniFile IniFile;
  * read: then "inf: open file PATH fail, FD, SIZE!" is printed and lookups
  * fail until a load succeeds.  Files of any size are read whole (the buffer
  * grows to the file; files of 2 GiB or more are refused as unreadable).
- * A record that is loaded is not read again for an empty path.
+ * The file is opened without blocking and anything but a regular file (a
+ * FIFO, a device) is refused as unreadable, SIZE then printed as -1.  A
+ * record that is loaded is not read again for an empty path.  Every lookup
+ * below looks at each line from its start once: it takes time linear in
+ * the file's size, whatever its lines hold.
  */
 TARVO_API int infLoad(IniFile **ini, const char *path);
 

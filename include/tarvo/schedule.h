@@ -32,7 +32,8 @@ typedef struct Schedule Schedule;
  * (Re)read "schedule.ini" into *sd, making the handle when *sd is null.
  * 1 loaded; 0 when an InSchedule call is running on it (nothing done); -1 on
  * failure, with the handle released and *sd set to null: "Schedule: open
- * file schedule.ini fail" (the file must be openable for writing),
+ * file schedule.ini fail" (the file must be a regular file openable for
+ * writing; it is opened without blocking, so a FIFO in its place fails too),
  * "Schedule: allocate memory fail!", "Schedule: unreasonable format!" (a
  * header without ']'), or silently for a file without sections.
  */

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <sys/stat.h>
 
 using namespace tarvo::test;
 
@@ -124,6 +125,26 @@ TEST_F(Ini, MissingFileLoadsNothing)
     EXPECT_EQ(infGetInt(nullptr, "a", "x", &number), -1);
     EXPECT_EQ(infFindSector(nullptr, "a"), -1);
     infRelease(nullptr);
+}
+
+TEST_F(Ini, HostileFilesEndPromptly)
+{
+    std::string fifo = dir_.path() + "/fifo.ini";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    std::string out = captureStdout([&] { EXPECT_EQ(infLoad(&ini_, fifo.c_str()), 0); });
+    EXPECT_EQ(out.rfind("inf: open file " + fifo + " fail, ", 0), 0u) << out;
+    EXPECT_EQ(str("a", "x", -1), "untouched");
+
+    // Megabytes of near matches on one line: every lookup stays linear.
+    std::string text = "x";
+    for (int i = 0; i < 700000; i++)
+        text += "[a]";
+    text += "\n[b]\n";
+    for (int i = 0; i < 700000; i++)
+        text += "xk=";
+    load(text + "\nk=1\n");
+    EXPECT_EQ(infFindSector(ini_, "a"), -1);
+    EXPECT_EQ(str("b", "k"), "1");
 }
 
 TEST_F(Ini, EmptyPathKeepsALoadedFile)

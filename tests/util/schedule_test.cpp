@@ -9,6 +9,7 @@
 
 #include <cstdlib>
 #include <sys/sem.h>
+#include <sys/stat.h>
 #include <string>
 #include <unistd.h>
 
@@ -128,8 +129,9 @@ TEST_F(Schedules, ReloadReadsTheFileAgain)
 }
 
 struct BadFile {
-    const char *text; // null: no file at all
+    const char *text; // null: no regular file
     const char *printed;
+    bool fifo = false; // a FIFO in the file's place, which must not block the load
 };
 
 class BadFiles : public Schedules, public ::testing::WithParamInterface<BadFile>
@@ -142,6 +144,7 @@ TEST_P(BadFiles, FailAndReleaseTheHandle)
     if (GetParam().text) {
         EXPECT_EQ(load(GetParam().text, &printed), -1);
     } else {
+        ASSERT_TRUE(!GetParam().fifo || mkfifo("schedule.ini", 0600) == 0);
         printed = captureStdout([&] { EXPECT_EQ(sdLoad(&sd_), -1); });
     }
     EXPECT_EQ(printed, GetParam().printed);
@@ -152,6 +155,7 @@ TEST_P(BadFiles, FailAndReleaseTheHandle)
 INSTANTIATE_TEST_SUITE_P(
     Files, BadFiles,
     ::testing::Values(BadFile{nullptr, "Schedule: open file schedule.ini fail\n"},
+                      BadFile{nullptr, "Schedule: open file schedule.ini fail\n", true},
                       BadFile{"; only comments\n# here\n", ""},
                       BadFile{"[open\n1,08:00:00,09:00:00\n", "Schedule: unreasonable format!\n"}));
 
