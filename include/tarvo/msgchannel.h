@@ -11,6 +11,11 @@
  * as msgsnd and msgrcv do.  Every call accepts a null handle and then does
  * nothing (-1).  One handle must not be used by two threads: its record is
  * the buffer of every send and receive, and keeps the last one.
+ *
+ * The queue is created with mode 0666: any local user can send into it.
+ * Receives do not truncate, so a longer record of a foreign size at the head
+ * of the queue jams it: receives of its type fail with E2BIG (-1) and
+ * msgClean cannot remove it; only removing the queue clears it.
  */
 #ifndef TARVO_MSGCHANNEL_H
 #define TARVO_MSGCHANNEL_H
