@@ -1,20 +1,26 @@
-// The media format word, its name tables, and the bounded wait for a frame.
-#include "area.h"
+// The media format word and its name tables.
+#include "tarvo/ringbuf.h"
 
 #include <cstdio>
-#include <sched.h>
-#include <iterator>
 
 namespace
 {
 
-constexpr int kPayloadWaitMs = 2000;
 constexpr uint32_t kJpegCode = 'J';
 
-// Bits [shift, shift + width) of a format word.
-constexpr uint32_t bits(MediaFormat format, unsigned shift, unsigned width)
+// Where each field of a format word lies: bits [shift, shift + width).
+// Every word has a type; video words (type 0) carry scale, frame rate and
+// level, audio words depth, sample rate, channels and length.
+struct FormatField {
+    unsigned shift, width;
+};
+constexpr FormatField kType{0, 4};
+constexpr FormatField kScale{4, 4}, kFrameRate{8, 6}, kLevel{22, 4};
+constexpr FormatField kDepth{4, 2}, kSampleRate{6, 3}, kChannels{9, 2}, kLength{11, 21};
+
+constexpr uint32_t fieldOf(MediaFormat format, FormatField field)
 {
-    return (format >> shift) & ((1u << width) - 1);
+    return (format >> field.shift) & ((1u << field.width) - 1);
 }
 
 template <size_t N> const char *lookUp(const char *const (&table)[N], uint32_t index)
@@ -47,38 +53,6 @@ const char *const rbScaleStr[3] = {"VGA", "QVGA", "QQVGA"};
 const uint32_t rbGetWidth2[3] = {640, 320, 160};
 const uint32_t rbGetHeight2[3] = {480, 240, 120};
 
-int CalTimeDuration(const struct timeval *start)
-{
-    if (start == nullptr)
-        return 0;
-    timeval now;
-    gettimeofday(&now, nullptr);
-    int32_t seconds = int32_t(now.tv_sec) - int32_t(start->tv_sec);
-    int32_t micros = int32_t(now.tv_usec) - int32_t(start->tv_usec);
-    return int32_t(uint32_t(seconds) * 1000u) + micros / 1000;
-}
-
-void *rbGetPayload(RingBuffer *rb)
-{
-    if (rb == nullptr)
-        return nullptr;
-    timeval start;
-    gettimeofday(&start, nullptr);
-    for (;;) {
-        if (void *payload = rbLockRead(rb))
-            return payload;
-        if (CalTimeDuration(&start) >= kPayloadWaitMs)
-            return nullptr;
-        // No sleep, but the processor goes to the writer first when it waits.
-        sched_yield();
-    }
-}
-
-void rbEndPayload(RingBuffer *rb)
-{
-    rbUnlockRead(rb);
-}
-
 const char *rbGetTypeStr(uint32_t code)
 {
     return code == kJpegCode ? "JPEG" : "undefined";
@@ -86,28 +60,28 @@ const char *rbGetTypeStr(uint32_t code)
 
 int rbShowFormat(MediaFormat format)
 {
-    uint32_t type = bits(format, 0, 4);
+    uint32_t type = fieldOf(format, kType);
     if (type != 0) {
         showLine("atype:\t%s\n", lookUp(rbMediaStr, type));
-        showLine("depth:\t%s\n", lookUp(rbDepthStr, bits(format, 4, 2)));
-        showLine("srate:\t%s\n", lookUp(rbSrateStr, bits(format, 6, 3)));
-        showLine("chanel:\t%d\n", int(bits(format, 9, 2)));
-        return showLine("length:\t%d\n", int(bits(format, 11, 21)));
+        showLine("depth:\t%s\n", lookUp(rbDepthStr, fieldOf(format, kDepth)));
+        showLine("srate:\t%s\n", lookUp(rbSrateStr, fieldOf(format, kSampleRate)));
+        showLine("chanel:\t%d\n", int(fieldOf(format, kChannels)));
+        return showLine("length:\t%d\n", int(fieldOf(format, kLength)));
     }
     showLine("vtype:\t%s\n", rbMediaStr[0]);
-    showLine("scale:\t%s\n", lookUp(rbScaleStr, bits(format, 4, 4)));
-    showLine("level:\t%s\n", lookUp(rbLevelStr, bits(format, 22, 4)));
-    return showLine("frate:\t%d\n", int(bits(format, 8, 6)));
+    showLine("scale:\t%s\n", lookUp(rbScaleStr, fieldOf(format, kScale)));
+    showLine("level:\t%s\n", lookUp(rbLevelStr, fieldOf(format, kLevel)));
+    return showLine("frate:\t%d\n", int(fieldOf(format, kFrameRate)));
 }
 
 uint32_t rbGetWidth(MediaFormat format)
 {
-    return lookUp(rbGetWidth2, bits(format, 4, 4));
+    return lookUp(rbGetWidth2, fieldOf(format, kScale));
 }
 
 uint32_t rbGetHeight(MediaFormat format)
 {
-    return lookUp(rbGetHeight2, bits(format, 4, 4));
+    return lookUp(rbGetHeight2, fieldOf(format, kScale));
 }
 
 } // extern "C"
