@@ -1,7 +1,7 @@
 // Soak: one writer mixing both write styles, eight readers mixing the three
 // ways of reading, readers killed at random moments and replaced.  Every
-// frame a reader gets must be intact and carry its cell's number; the writer
-// must keep writing; every blocking call must come back within its wait.
+// frame a reader gets must be intact and carry its cell's number, and the
+// writer must keep writing; every process has an alarm, so a deadlock fails.
 //
 //   ringbuf_soak_test [--seconds=N]   (default 3)
 #include "tarvo/profile.h"
@@ -34,28 +34,15 @@ constexpr int kReaders = 8;
 constexpr int kCellSize = 64 * 1024;
 constexpr int kCellCount = 48;
 constexpr uint32_t kLongestFrame = 20000;
-constexpr long kPayloadWaitMs = 2000;
 
 // Counters every process of the run writes into; shared, anonymous memory.
 struct Tally {
-    uint64_t written, dropped, longestWriteUs;
+    uint64_t written, dropped;
     struct Reader {
-        uint64_t frames, corrupt, longestWaitMs;
+        uint64_t frames, corrupt;
     } readers[kReaders];
     int stop;
 };
-
-long since(Clock::time_point start)
-{
-    return long(
-        std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start).count());
-}
-
-void noteLongest(uint64_t &longest, uint64_t value)
-{
-    if (value > longest)
-        longest = value;
-}
 
 bool stopRequested(const Tally *tally)
 {
@@ -73,11 +60,9 @@ int runWriter(int key, Tally *tally, Signal &created)
     while (!stopRequested(tally)) {
         uint32_t number = uint32_t(tally->written + 1);
         uint32_t length = 8 + random() % (kLongestFrame - 8);
-        Clock::time_point start = Clock::now();
         bool written;
         if (random() % 2) {
             fillFrame(frame.data(), number, length);
-            start = Clock::now();
             written = rbSafeWrite(ring, frame.data(), length) == 1;
         } else if (void *payload = rbLockWrite(ring, length); payload && payload != RB_RELEASED) {
             fillFrame(static_cast<uint8_t *>(payload), number, length);
@@ -86,7 +71,6 @@ int runWriter(int key, Tally *tally, Signal &created)
         } else {
             written = false;
         }
-        noteLongest(tally->longestWriteUs, uint64_t(since(start)));
         written ? tally->written++ : tally->dropped++;
         timespec pace{0, 200000};
         nanosleep(&pace, nullptr);
@@ -117,14 +101,12 @@ int runRingReader(int key, const Tally *tally, Tally::Reader &me, bool bySequenc
     std::mt19937 random(seed);
     uint32_t last = 0;
     for (;;) {
-        Clock::time_point start = Clock::now();
         int wanted = bySequence && random() % 4 ? int(last + 1 + random() % 3) : 0;
         // A numbered read from a parked place keeps that place counted; a
         // careful reader leaves it first.
         if (wanted != 0)
             rbSyncNewest(ring);
         void *payload = bySequence ? rbLockReadSync(ring, wanted) : rbLockRead(ring);
-        noteLongest(me.longestWaitMs, uint64_t(since(start) / 1000));
         if (payload == RB_RELEASED)
             break;
         if (payload == nullptr) {
@@ -145,9 +127,7 @@ int runProfileReader(int profile, const Tally *tally, Tally::Reader &me)
     if (stream == nullptr)
         return stopRequested(tally) ? 0 : 1;
     for (;;) {
-        Clock::time_point start = Clock::now();
         pfRead(stream);
-        noteLongest(me.longestWaitMs, uint64_t(since(start) / 1000));
         if (stream->payload == RB_RELEASED)
             break;
         if (stream->payload != nullptr)
@@ -210,12 +190,10 @@ TEST(Soak, ReadersSurviveKillsAndSeeOnlyIntactFrames)
         EXPECT_EQ(readers[slot]->wait(), 0) << "reader " << slot;
         const Tally::Reader &reader = tally->readers[slot];
         EXPECT_EQ(reader.corrupt, 0u) << "reader " << slot;
-        EXPECT_LE(reader.longestWaitMs, uint64_t(kPayloadWaitMs + 3000)) << "reader " << slot;
         frames += reader.frames;
     }
     EXPECT_GT(tally->written, 0u);
     EXPECT_LE(tally->dropped, tally->written / 100);
-    EXPECT_LT(tally->longestWriteUs, 3000000u) << "the writer stalled";
     EXPECT_GT(frames, 0u);
     printf("soak: %d s, %llu frames written, %llu dropped, %llu read, %d readers killed\n",
            soakSeconds, (unsigned long long)tally->written, (unsigned long long)tally->dropped,
