@@ -164,17 +164,7 @@ TEST_F(Records, InformsAnswersAndSystemRecordsOnTheQueue)
               (std::vector<int32_t>{7, 8, 9}));
 }
 
-TEST_F(Records, OverlongInputIsRefusedAndNothingSent)
-{
-    const int values[7] = {};
-    EXPECT_EQ(msgInformStr(channel_, 1, "abcdefghijklmnopqrstuvwx"), -1);
-    EXPECT_EQ(msgAnswerStr(channel_, 1, nullptr), -1);
-    EXPECT_EQ(msgUserInformVals(key_, 1, values, 7), -1);
-    EXPECT_EQ(msgUserInformVals(key_, 1, nullptr, 2), -1);
-    EXPECT_EQ(msgClean(channel_, 0), 0);
-}
-
-TEST_F(Records, CleanDropsOneTypeOrAll)
+TEST_F(Records, CleaningNotWaitingRefusalsAndSecondOpeners)
 {
     for (int i = 0; i < 3; i++)
         ASSERT_EQ(msgSendSys(channel_, 7, i, i), 0);
@@ -182,47 +172,40 @@ TEST_F(Records, CleanDropsOneTypeOrAll)
     EXPECT_EQ(msgClean(channel_, 7), 3);
     EXPECT_EQ(msgClean(channel_, 7), 0);
     EXPECT_EQ(msgClean(channel_, 0), 1);
-}
 
-TEST_F(Records, NotWaitingOnAnEmptyQueueFailsAtOnce)
-{
     errno = 0;
     EXPECT_EQ(msgWaitUser(channel_, 0), -1);
     EXPECT_EQ(errno, ENOMSG);
     EXPECT_EQ(msgWaitSys(channel_, 123, 0), -1);
-    ASSERT_EQ(msgInformVal(channel_, 3, 4), 0);
-    EXPECT_EQ(msgWaitUser(channel_, 0), MSG_RECORD_SIZE);
-    EXPECT_EQ(channel_->record.command, 3);
-    EXPECT_EQ(channel_->record.data.value, 4);
-}
 
-TEST_F(Records, SecondOpenerAttachesAndDetachesWithoutHarm)
-{
+    // Overlong input is refused and nothing sent.
+    const int values[7] = {};
+    EXPECT_EQ(msgInformStr(channel_, 1, "abcdefghijklmnopqrstuvwx"), -1);
+    EXPECT_EQ(msgAnswerStr(channel_, 1, nullptr), -1);
+    EXPECT_EQ(msgUserInformVals(key_, 1, values, 7), -1);
+    EXPECT_EQ(msgUserInformVals(key_, 1, nullptr, 2), -1);
+    EXPECT_EQ(msgClean(channel_, 0), 0);
+
     MsgChannel *second = msgInitial(key_);
     ASSERT_NE(second, nullptr);
     EXPECT_EQ(second->queue, channel_->queue);
     EXPECT_EQ(second->queryLock, channel_->queryLock);
     EXPECT_EQ(second->key, key_);
     msgDetach(second);
-    EXPECT_EQ(msgInformVal(channel_, 1, 2), 0);
-    EXPECT_EQ(msgClean(channel_, MSG_TO_SERVER), 1);
-}
+    ASSERT_EQ(msgInformVal(channel_, 3, 4), 0);
+    EXPECT_EQ(msgWaitUser(channel_, 0), MSG_RECORD_SIZE);
+    EXPECT_EQ(channel_->record.command, 3);
+    EXPECT_EQ(channel_->record.data.value, 4);
 
-TEST(MsgChannelNull, EveryCallRefusesANullHandle)
-{
     const int params[MSG_PARAMS] = {};
     msgDetach(nullptr);
     msgRelease(nullptr);
     EXPECT_EQ(msgClean(nullptr, 0), 0);
-    EXPECT_EQ(msgSend(nullptr, 0), -1);
-    EXPECT_EQ(msgRecv(nullptr, 0), -1);
-    EXPECT_EQ(msgInformVal(nullptr, 1, 1), -1);
-    EXPECT_EQ(msgInformEvent(nullptr, 1, 1), -1);
-    EXPECT_EQ(msgInformParam(nullptr, 1, 1, params), -1);
-    EXPECT_EQ(msgQuery(nullptr, 1), -1);
-    EXPECT_EQ(msgWaitAnswer(nullptr, 0), -1);
-    EXPECT_EQ(msgAnswerVal(nullptr, 1, 1), -1);
-    EXPECT_EQ(msgWaitSys(nullptr, 1, 0), -1);
+    EXPECT_EQ(msgSend(nullptr, 0) & msgRecv(nullptr, 0) & msgInformVal(nullptr, 1, 1) &
+                  msgInformEvent(nullptr, 1, 1) & msgInformParam(nullptr, 1, 1, params) &
+                  msgQuery(nullptr, 1) & msgWaitAnswer(nullptr, 0) & msgAnswerVal(nullptr, 1, 1) &
+                  msgWaitSys(nullptr, 1, 0),
+              -1);
 }
 
 } // namespace
