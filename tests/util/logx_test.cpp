@@ -18,6 +18,7 @@
 #include <syslog.h>
 
 #include <fstream>
+#include <functional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -95,26 +96,14 @@ TEST(Logx, WritesStandardErrorAndSyslogAtErrorSeverity)
     std::string long512(512, 'a'), long513(513, 'b');
     std::string errors;
     bool skipped = false;
-    auto records = logInChild(
-        [&](size_t call) {
-            switch (call) {
-            case 0:
-                logx(LOGX_INFO, "x=%d", 5);
-                break;
-            case 1:
-                logx(LOGX_CAMERA, "up");
-                break;
-            case 2:
-                logx(LOGX_EXCEPTION, "%s", long512.c_str());
-                break;
-            case 3:
-                logx(LOGX_WARNING, "long:%s", long513.c_str());
-                break;
-            default:
-                logx(9, "no prefix");
-            }
-        },
-        5, errors, skipped);
+    const std::vector<std::function<void()>> calls = {
+        [] { logx(LOGX_INFO, "x=%d", 5); },
+        [] { logx(LOGX_CAMERA, "up"); },
+        [&] { logx(LOGX_EXCEPTION, "%s", long512.c_str()); },
+        [&] { logx(LOGX_WARNING, "long:%s", long513.c_str()); },
+        [] { logx(9, "no prefix"); },
+    };
+    auto records = logInChild([&](size_t call) { calls[call](); }, calls.size(), errors, skipped);
     if (skipped) {
         if (getenv("CI") && std::string(getenv("CI")) == "true")
             FAIL() << "no private mount namespace (the suite needs root)";
