@@ -224,7 +224,10 @@ TEST_F(Ring, CreatorTakesOverAnExistingSegmentThatIsLargeEnough)
     std::string out =
         captureStdout([&] { EXPECT_EQ(rbInitial(key_, "larger", 2000, 4, 0), nullptr); });
     EXPECT_EQ(out, "rinbuf: larger - rbInitial: shmget fail!\n");
+    // The failed creator replaced the locks; only detaching is left.
     rbDetach(again);
+    rbDetach(writer_);
+    writer_ = nullptr;
 }
 
 TEST(RingBufferArguments, RefusedWithoutIpcObjectsAndNullHandlesDoNothing)
