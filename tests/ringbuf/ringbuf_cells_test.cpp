@@ -212,6 +212,10 @@ TEST_F(Ring, NearestNumberWinsAndTheFirstOfATie)
         rbUnlockRead(reader_);
     }
     EXPECT_EQ(rbLockReadSync(reader_, 2000000), nullptr) << "everything 999999 or more away";
+    ASSERT_NE(rbLockReadSync(reader_, 3), nullptr);
+    rbDetach(reader_); // gives the held cell back
+    reader_ = nullptr;
+    EXPECT_EQ(column(&CellView::used), (Values{0, 0, 0, 0}));
 }
 
 TEST_F(Ring, CreatorTakesOverAnExistingSegmentThatIsLargeEnough)

@@ -72,7 +72,7 @@ INSTANTIATE_TEST_SUITE_P(
         Lookup{"[ net ]\nport = 80\n", "net", "port", -1, "untouched", -99},
         Lookup{"[cam]\nname=  cam one  \n", "cam", "name", 0, "cam one", 0},
         Lookup{"[cam]\nkey=\nother=1\n", "cam", "key", 0, "", 0},
-        Lookup{"[cam]\n  key\t= -12x ; note\r\n", "cam", "key", 0, "-12x ; note\r", -12},
+        Lookup{"[cam]\n \tkey\t= -12x ; note\r\n", "cam", "key", 0, "-12x ; note\r", -12},
         // Not a key: not first on its line, longer, or commented out.
         Lookup{"[cam]\nkeyX=5\nx key=5\n;key=5\n", "cam", "key", -1, "untouched", -99},
         Lookup{"[cam]\nkeyX=5\nkey=7\n", "cam", "key", 0, "7", 7},
