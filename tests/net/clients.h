@@ -1,5 +1,6 @@
-// The three clients behind one face, for the cases they share: one transfer
-// as user "cam" with password "secret", and the trace pieces it prints.
+// The three clients behind one face: one transfer (with login, an encoded
+// subject and an attachment for mail), the n-th required input nulled when
+// `drop` is n.
 #ifndef TARVO_TESTS_NET_CLIENTS_H
 #define TARVO_TESTS_NET_CLIENTS_H
 
@@ -14,20 +15,9 @@
 namespace tarvo::test
 {
 
-// What the call returned, the record's result (7 before the call), and its
-// HTTP status or last reply code.
+// The call's result, the record's (7 before), and its status or reply.
 struct Outcome {
     int returned, result, detail;
-};
-
-struct Client {
-    const char *name, *peer, *prefix; // peer: the real server's kind in peers.py
-    int (*debug)(int);
-    int (*forceStop)();
-    // One transfer to host:port; `drop` > 0 nulls that many-th required input.
-    Outcome (*transfer)(const char *host, int port, int drop);
-    int requiredInputs;
-    std::vector<std::string> traced; // pieces of its debug lines, after the connect
 };
 
 inline char *text(const char *literal)
@@ -35,40 +25,41 @@ inline char *text(const char *literal)
     return const_cast<char *>(literal);
 }
 
-inline Outcome httpTransfer(const char *host, int port, int drop)
+inline Outcome httpTransfer(const char *host, int port, const char *user, const char *password,
+                            int drop)
 {
     HttpJob job{};
     httpInit(&job);
-    const char *inputs[] = {host, "cam", "secret", "/cgi/notify"};
-    if (drop)
-        inputs[drop - 1] = nullptr;
-    job.host = inputs[0], job.user = inputs[1], job.password = inputs[2], job.url = inputs[3];
+    const char *in[] = {host, user, password, "/cgi/notify", ""};
+    in[drop ? drop - 1 : 4] = nullptr;
+    job.host = in[0], job.user = in[1], job.password = in[2], job.url = in[3];
     job.port = port, job.result = 7;
     return {httpNotify(&job), job.result, job.status};
 }
 
-inline Outcome ftpTransfer(const char *host, int port, int drop)
+inline Outcome ftpTransfer(const char *host, int port, const char *user, const char *password,
+                           int drop)
 {
     FtpJob job{};
     ftpInit(&job);
-    char directory[8] = "pub", data[] = "snapshot";
-    char *inputs[] = {text(host), text("cam"), text("secret"), directory, data};
-    if (drop && drop <= 5)
-        inputs[drop - 1] = nullptr;
-    job.host = inputs[0], job.user = inputs[1], job.password = inputs[2];
-    job.directory = inputs[3], job.port = port, job.result = 7;
-    return {ftpUpload(&job, inputs[4], drop == 6 ? 0 : 8), job.result, job.reply};
+    char directory[8] = "pub", *in[] = {text(host),       text(user), text(password), directory,
+                                        text("snapshot"), text(""),   text("")};
+    in[drop ? drop - 1 : 6] = nullptr; // the sixth stands for the length
+    job.host = in[0], job.user = in[1], job.password = in[2], job.directory = in[3];
+    job.port = port, job.result = 7;
+    return {ftpUpload(&job, in[4], in[5] ? 8 : 0), job.result, job.reply};
 }
 
-inline Outcome mailTransfer(const char *host, int port, int drop)
+inline Outcome mailTransfer(const char *host, int port, const char *user, const char *password,
+                            int drop)
 {
     MailJob job;
     mailInit(&job);
-    char *inputs[] = {text(host), text("cam"), text("secret"), text("camera@example.test")};
-    if (drop && drop <= 4)
-        inputs[drop - 1] = nullptr;
-    job.server = inputs[0], job.user = inputs[1], job.password = inputs[2], job.from = inputs[3];
-    job.to1 = drop == 5 ? nullptr : text("ops@example.test");
+    char *in[] = {
+        text(host), text(user), text(password), text("cam@example.test"), text("ops@example.test"),
+        text("")};
+    in[drop ? drop - 1 : 5] = nullptr;
+    job.server = in[0], job.user = in[1], job.password = in[2], job.from = in[3], job.to1 = in[4];
     job.port = port, job.result = 7, job.auth = 1;
     strcpy(job.charset, "UTF-8");
     strcpy(job.subject, "Alarm");
@@ -76,35 +67,49 @@ inline Outcome mailTransfer(const char *host, int port, int drop)
     return {mailUpload(&job, text("snapshot"), 8), job.result, job.reply};
 }
 
+struct Client {
+    const char *name, *peer, *host, *prefix; // peer: its real server in peers.py
+    int (*debug)(int);
+    int (*forceStop)();
+    Outcome (*transfer)(const char *host, int port, const char *user, const char *password,
+                        int drop);
+    int requiredInputs;
+    std::vector<std::string> traced; // pieces of the debug lines of a transfer
+};
+
 inline const Client kClients[] = {
     {"http",
      "nginx",
+     "127.0.0.1",
      "hnotify: ",
      httpDebug,
      httpForceStop,
      httpTransfer,
      4,
-     {"hnotify: http send text data: 84 bytes\nGET /cgi/notify HTTP/1.1\r\nHost: 127.0.0.1\r\n"
+     {"hnotify: http connect ipv4: 127.0.0.1: ",
+      "\nhnotify: http send text data: 84 bytes\nGET /cgi/notify HTTP/1.1\r\nHost: 127.0.0.1\r\n"
       "Authorization: Basic Y2FtOnNlY3JldA==\r\n\r\n\nhnotify: http recv data: ",
       "\nhnotify: Got http response: 200 OK\nhnotify: http close!\n"}},
     {"ftp",
-     "pyftpdlib",
+     "ftpd",
+     "::1",
      "ftp: ",
      ftpDebug,
      ftpForceStop,
      ftpTransfer,
      6,
-     {"ftp: http recv data: ", "ftp: http send text data: 10 bytes\nUSER cam\r\n\n",
-      "ftp: http send text data: 6 bytes\nPASV\r\n\n", "ftp: http send binary data: 8 bytes\n",
-      "ftp: http close!\n"}},
+     {"ftp: http connect ipv6: ::1: ", "\nftp: http recv data: ", "LPSV\r\n\n",
+      "ftp: http send binary data: 8 bytes\nftp: http close!\n"}},
     {"mail",
      "smtp",
+     "127.0.0.1",
      "email: ",
      mailDebug,
      mailForceStop,
      mailTransfer,
      5,
-     {"email: http recv data: ", "email: http send text data: 14 bytes\nehlo MAPI1.0\r\n\n",
+     {"email: http connect ipv4: 127.0.0.1: ", "\nemail: http recv data: ",
+      "email: http send text data: 14 bytes\nehlo MAPI1.0\r\n\n",
       "email: http send text data: 6 bytes\nY2Ft\r\n\n",
       "email: http send RFC2047 subject: Alarm, charset: UTF-8\n",
       "email: http send base64 data from 9 text :\nBody text\n",

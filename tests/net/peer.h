@@ -10,18 +10,10 @@
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
-#include <cstdio>
-#include <ctime>
-#include <fcntl.h>
 #include <fstream>
-#include <iterator>
 #include <map>
-#include <optional>
-#include <string>
-#include <sys/wait.h>
+#include <sys/stat.h>
 #include <thread>
-#include <unistd.h>
-#include <vector>
 
 namespace tarvo::test
 {
@@ -32,8 +24,7 @@ inline std::string fileBytes(const std::string &path)
     return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
-// Every byte value, line breaks and NULs included, in an order that shows
-// any byte lost, added or moved.
+// Every byte value in an order that shows any byte lost, added or moved.
 inline std::string snapshotBytes(size_t length, uint32_t seed = 1)
 {
     std::string bytes(length, '\0');
@@ -42,11 +33,11 @@ inline std::string snapshotBytes(size_t length, uint32_t seed = 1)
     return bytes;
 }
 
-// Whether text is the strftime pattern of a local second in [before, after].
-inline bool ofSomeSecond(const std::string &text, const char *pattern, time_t before, time_t after)
+// Whether text is the strftime pattern of a local second in [before, now].
+inline bool ofSomeSecond(const std::string &text, const char *pattern, time_t before)
 {
-    for (time_t moment = before; moment <= after; moment++) {
-        char expected[512];
+    char expected[512];
+    for (time_t moment = before, now = time(nullptr); moment <= now; moment++) {
         tm local{};
         strftime(expected, sizeof expected, pattern, localtime_r(&moment, &local));
         if (text == expected)
@@ -55,83 +46,46 @@ inline bool ofSomeSecond(const std::string &text, const char *pattern, time_t be
     return false;
 }
 
-// A real server: peers.py KIND FOLDER, stopped with the object (or when
-// this process dies, which closes the launcher's input).
-class RealPeer
-{
-  public:
-    RealPeer(const char *kind, const std::string &folder)
-    {
-        int in[2], out[2];
-        if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0)
-            return;
-        fflush(nullptr);
-        if ((pid_ = fork()) == 0) {
-            dup2(in[0], 0);
-            dup2(out[1], 1);
-            execl("/usr/bin/python3", "python3", "-B", TARVO_NET_PEERS "/peers.py", kind,
-                  folder.c_str(), nullptr);
-            _exit(127);
-        }
-        close(in[0]);
-        close(out[1]);
-        input_ = in[1];
-        FILE *announced = fdopen(out[0], "r");
-        char line[256] = "", user[64], password[64];
-        if (!fgets(line, sizeof line, announced))
-            snprintf(line, sizeof line, "missing /usr/bin/python3 did not start peers.py");
-        fclose(announced);
-        if (sscanf(line, "ready port=%d user=%63s password=%63s", &port_, user, password) == 3)
-            user_ = user, password_ = password;
-        else
-            unavailable_ = line;
-    }
-    ~RealPeer() { stop(); }
-
-    void stop()
-    {
-        if (pid_ > 0) {
-            close(input_);
-            waitpid(pid_, nullptr, 0);
-        }
-        pid_ = -1;
-    }
-    int port() const { return port_; }
-    const std::string &user() const { return user_; }
-    const std::string &password() const { return password_; }
-    const std::string &unavailable() const { return unavailable_; }
-
-  private:
-    pid_t pid_ = -1;
-    int input_ = -1, port_ = 0;
-    std::string user_, password_, unavailable_;
-};
-
-// In CI (CI=true) a missing peer fails the test; elsewhere it skips it.
-#define TARVO_REQUIRE_PEER(peer)                                                                   \
-    if (!(peer).unavailable().empty()) {                                                           \
-        const char *ci = getenv("CI");                                                             \
-        if (ci && std::string(ci) == "true")                                                       \
-            FAIL() << (peer).unavailable();                                                        \
-        GTEST_SKIP() << (peer).unavailable();                                                      \
-    }
-
-// The real-server suites' fixture: a server of one kind, its files in a
-// folder of the test's own; a test that cannot have it is skipped.
+// The real-server suites' fixture: "peers.py KIND FOLDER" serving from a
+// folder of the test's own, and stopped (by closing its input) with the
+// test.  A test that cannot have it is skipped, or fails when CI=true.
 class RealServer : public ::testing::Test
 {
   protected:
     explicit RealServer(const char *kind) : kind_(kind) {}
     void SetUp() override
     {
-        peer_.emplace(kind_, folder_.path());
-        TARVO_REQUIRE_PEER(*peer_);
+        std::string announcements = folder_.path() + "/announce"; // a FIFO
+        mkfifo(announcements.c_str(), 0600);
+        launcher_ = popen(("exec /usr/bin/python3 -B " TARVO_NET_PEERS "/peers.py " +
+                           std::string(kind_) + " " + folder_.path() + " >" + announcements)
+                              .c_str(),
+                          "w");
+        FILE *announced = fopen(announcements.c_str(), "r");
+        char line[256] = "missing python3 did not run peers.py", user[64], password[64];
+        fgets(line, sizeof line, announced);
+        fclose(announced);
+        if (sscanf(line, "ready port=%d user=%63s password=%63s", &port_, user, password) == 3)
+            user_ = user, password_ = password;
+        else if (getenv("CI") && std::string(getenv("CI")) == "true")
+            FAIL() << line;
+        else
+            GTEST_SKIP() << line;
+    }
+    void TearDown() override { stop(); }
+    void stop()
+    {
+        if (launcher_)
+            pclose(launcher_);
+        launcher_ = nullptr;
     }
     std::string saved(const std::string &name) { return fileBytes(folder_.path() + "/" + name); }
 
     const char *kind_;
     TempDir folder_;
-    std::optional<RealPeer> peer_;
+    FILE *launcher_ = nullptr;
+    int port_ = 0;
+    std::string user_, password_;
 };
 
 // A loopback socket at a free port: listening (connections complete and
@@ -150,47 +104,43 @@ class LoopbackPort
         else
             ipv4->sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         auto *any = reinterpret_cast<sockaddr *>(&address);
-        if (bind(fd_, any, length) == 0 && (!listening || listen(fd_, 16) == 0) &&
-            getsockname(fd_, any, &length) == 0)
-            port_ = ntohs(family == AF_INET6 ? address.sin6_port : ipv4->sin_port);
+        if (bind(fd_, any, length) == 0 && (!listening || listen(fd_, 16) == 0))
+            getsockname(fd_, any, &length);
+        port_ = ntohs(family == AF_INET6 ? address.sin6_port : ipv4->sin_port);
     }
     ~LoopbackPort() { close(fd_); }
     int fd() const { return fd_; }
     int port() const { return port_; }
 
   private:
-    int fd_, port_ = 0;
+    int fd_, port_;
 };
 
-// Takes one connection, says the greeting, and answers each line whose
-// first word is in `answers` (an empty answer says nothing) until the
-// client closes.  Raises a note after the greeting and after each empty
-// answer, when the client is left waiting.
+// Takes one connection, says the answer to "" (the greeting), and answers
+// each line whose first word is in `answers` (an empty answer says nothing)
+// until the client closes.  Raises `waiting` after the greeting and after
+// each empty answer, when the client is left waiting.
 class ScriptedPeer
 {
   public:
     using Answers = std::map<std::string, std::string>;
-    ScriptedPeer(int family, const std::string &greeting, const Answers &answers)
+    ScriptedPeer(int family, Answers answers)
         : port_(family, true), host_(family == AF_INET6 ? "::1" : "127.0.0.1")
     {
-        thread_ = std::thread([this, greeting, answers] {
+        thread_ = std::thread([this, answers] {
             int sock = accept(port_.fd(), nullptr, nullptr);
-            (void)!write(sock, greeting.data(), greeting.size());
-            waiting.raise();
+            say(sock, answers.count("") ? answers.at("") : "");
             std::string pending;
             char chunk[4096];
             for (ssize_t got; (got = read(sock, chunk, sizeof chunk)) > 0;) {
                 pending.append(chunk, size_t(got));
-                for (size_t end; (end = pending.find('\n')) != std::string::npos;) {
-                    std::string word = pending.substr(0, pending.find_first_of(" \r\n"));
-                    pending.erase(0, end + 1);
-                    auto answer = answers.find(word);
-                    if (answer == answers.end())
+                for (size_t end; (end = pending.find('\n')) != std::string::npos;
+                     pending.erase(0, end + 1)) {
+                    auto answer = answers.find(pending.substr(0, pending.find_first_of(" \r\n")));
+                    if (answer == answers.end() || answer->first.empty())
                         continue;
-                    heard_ += (heard_.empty() ? "" : " ") + word;
-                    (void)!write(sock, answer->second.data(), answer->second.size());
-                    if (answer->second.empty())
-                        waiting.raise();
+                    heard_ += (heard_.empty() ? "" : " ") + answer->first;
+                    say(sock, answer->second);
                 }
             }
             close(sock);
@@ -212,6 +162,13 @@ class ScriptedPeer
     Signal waiting;
 
   private:
+    void say(int sock, const std::string &text)
+    {
+        (void)!write(sock, text.data(), text.size());
+        if (text.empty())
+            waiting.raise();
+    }
+
     LoopbackPort port_;
     const char *host_;
     std::string heard_;

@@ -12,19 +12,15 @@ using namespace tarvo::test;
 namespace
 {
 
-const ScriptedPeer::Answers kFtp = {{"USER", "331 password please\r\n"},
-                                    {"PASS", "230 in\r\n"},
-                                    {"REST", "350 ok\r\n"},
-                                    {"TYPE", "200 binary\r\n"},
-                                    {"CWD", "250 there\r\n"},
-                                    {"MKD", "550 no\r\n"},
-                                    {"PASV", "500 no\r\n"},
-                                    {"LPSV", "500 no\r\n"},
-                                    {"PORT", "500 no\r\n"},
-                                    {"LPRT", "500 no\r\n"},
-                                    {"STOR", "550 no\r\n"},
-                                    {"QUIT", "221 bye\r\n"}};
-const ScriptedPeer::Answers kSmtp = {{"ehlo", "250-peer.test\r\n250 AUTH LOGIN\r\n"},
+// Answers by first word; "" is the greeting.
+const ScriptedPeer::Answers kFtp = {
+    {"", "220 ready\r\n"},  {"USER", "331 password\r\n"}, {"PASS", "230 in\r\n"},
+    {"REST", "350 ok\r\n"}, {"TYPE", "200 binary\r\n"},   {"CWD", "250 there\r\n"},
+    {"MKD", "550 no\r\n"},  {"PASV", "500 no\r\n"},       {"LPSV", "500 no\r\n"},
+    {"PORT", "500 no\r\n"}, {"LPRT", "500 no\r\n"},       {"STOR", "550 no\r\n"},
+    {"QUIT", "221 bye\r\n"}};
+const ScriptedPeer::Answers kSmtp = {{"", "220 ready\r\n"},
+                                     {"ehlo", "250-peer.test\r\n250 AUTH LOGIN\r\n"},
                                      {"auth", "334 VXNlcm5hbWU6\r\n"},
                                      {"Y2Ft", "334 UGFzc3dvcmQ6\r\n"},
                                      {"c2VjcmV0", "235 in\r\n"},
@@ -34,6 +30,7 @@ const ScriptedPeer::Answers kSmtp = {{"ehlo", "250-peer.test\r\n250 AUTH LOGIN\r
                                      {".", "250 queued\r\n"},
                                      {"quit", "221 bye\r\n"}};
 
+// Uploads snap.jpg into pub/ as "cam", passive or active.
 int ftpAgainst(const ScriptedPeer &peer, int passive)
 {
     FtpJob job{};
@@ -47,125 +44,58 @@ int ftpAgainst(const ScriptedPeer &peer, int passive)
     return ftpUpload(&job, data, 8);
 }
 
-std::string passive(const char *code, const std::string &numbers)
-{
-    return code + (" Passive (" + numbers + ")\r\n");
-}
-
-TEST(ScriptedPeers, EachRepliesFailureCode)
+TEST(ScriptedPeers, EachRefusalAndHostileReplyGivesItsCode)
 {
     LoopbackPort closed(AF_INET, false), listening(AF_INET, true);
     auto port = [](int number, int high) {
         return std::to_string(high * 256 + number / 256) + "," + std::to_string(number % 256);
     };
-    std::string closedPassive = "127,0,0,1," + port(closed.port(), 0);
-    std::string wrapped = "127,0,0,1," + port(listening.port(), 1); // the high byte + 256
-    const std::string login = "USER PASS REST TYPE CWD ";
+    // PASV to a closed port, and to a listening one but for a high byte + 256.
+    std::string toClosed = "PASV 227 (127,0,0,1," + port(closed.port(), 0) + ")";
+    std::string wrapped = "PASV 227 (127,0,0,1," + port(listening.port(), 1) + ")";
+    const std::string in = "USER PASS REST TYPE CWD ", mailed = "ehlo auth Y2Ft c2VjcmV0 mail ";
     struct Case {
-        bool mail;
-        int family, passive;
-        const char *greeting;
-        ScriptedPeer::Answers answers;
+        char kind;                        // p/P passive over IPv4/IPv6, a/A active, m/M mail
+        std::vector<std::string> changes; // "VERB answer"
         int result;
         std::string heard;
     };
+    // clang-format off
     const Case cases[] = {
-        {false,
-         AF_INET,
-         1,
-         "220-Welcome\r\n220-to the peer\r\n220 ready\r\n",
-         {{"USER", "230 already in\r\n"}},
-         -103,
-         "USER QUIT"},
-        {false,
-         AF_INET6,
-         1,
-         nullptr,
-         {{"LPSV", passive("227", "127,0,0,1,4,1")}},
-         0,
-         login + "LPSV QUIT"},
-        {false, AF_INET6, 1, nullptr, {}, 0, login + "LPSV QUIT"},
-        {false,
-         AF_INET6,
-         1,
-         nullptr,
-         {{"LPSV", passive("228", "6,16,0,1")}},
-         -303,
-         login + "LPSV QUIT"},
-        {false,
-         AF_INET6,
-         1,
-         nullptr,
-         {{"LPSV", passive("228", "4,4,127,0,0,1,0,0,0,0,0,0,0,0,0,0,0,0,2,4,1")}},
-         -304,
-         login + "LPSV QUIT"},
-        {false,
-         AF_INET6,
-         1,
-         nullptr,
-         {{"LPSV", passive("228", "6,16,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,1,2,99999999999,1")}},
-         -307,
-         login + "LPSV QUIT"},
-        {false, AF_INET, 1, nullptr, {}, -306, login + "PASV QUIT"},
-        {false,
-         AF_INET,
-         1,
-         nullptr,
-         {{"PASV", passive("227", closedPassive)}},
-         -307,
-         login + "PASV QUIT"},
-        {false,
-         AF_INET,
-         1,
-         nullptr,
-         {{"PASV", passive("227", wrapped)}},
-         -307,
-         login + "PASV QUIT"},
-        {false,
-         AF_INET,
-         1,
-         nullptr,
-         {{"PASV", passive("227", "127,0,0,1,16777216,1")}},
-         -307,
-         login + "PASV QUIT"},
-        {false, AF_INET, 0, nullptr, {}, -207, login + "PORT QUIT"},
-        {false, AF_INET6, 0, nullptr, {}, -206, login + "LPRT QUIT"},
-        {false, AF_INET, 0, nullptr, {{"PORT", "200 ok\r\n"}}, -503, login + "PORT STOR QUIT"},
-        {false, AF_INET, 1, nullptr, {{"CWD", "550 no\r\n"}}, -502, login + "CWD MKD QUIT"},
-        {false,
-         AF_INET,
-         1,
-         nullptr,
-         {{"CWD", "550 no\r\n"}, {"MKD", "257 made\r\n"}},
-         -502,
-         login + "CWD MKD CWD QUIT"},
-        {true,
-         AF_INET6,
-         0,
-         nullptr,
-         {{"rcpt", "550 no such user\r\n"}},
-         0,
-         "ehlo auth Y2Ft c2VjcmV0 mail rcpt data . quit"},
-        {true, AF_INET, 0, nullptr, {{"ehlo", "500 what\r\n"}}, -103, "ehlo"},
-        {true, AF_INET, 0, nullptr, {{"auth", "504 no\r\n"}}, -104, "ehlo auth"},
-        {true, AF_INET, 0, nullptr, {{"Y2Ft", "535 no\r\n"}}, -105, "ehlo auth Y2Ft"},
-        {true, AF_INET, 0, nullptr, {{"mail", "550 no\r\n"}}, -201, "ehlo auth Y2Ft c2VjcmV0 mail"},
-        {true,
-         AF_INET,
-         0,
-         nullptr,
-         {{"quit", "500 no\r\n"}},
-         -602,
-         "ehlo auth Y2Ft c2VjcmV0 mail rcpt data . quit"},
+        {'p', {" 220-Welcome\r\n220-to the peer\r\n220 ready", "USER 230 in already"}, -103, "USER QUIT"},
+        {'P', {"LPSV 227 (127,0,0,1,4,1)"}, 0, in + "LPSV QUIT"},
+        {'P', {}, 0, in + "LPSV QUIT"},
+        {'P', {"LPSV 228 (6,16,0,1)"}, -303, in + "LPSV QUIT"},
+        {'P', {"LPSV 228 (4,4,127,0,0,1,0,0,0,0,0,0,0,0,0,0,0,0,2,4,1)"}, -304, in + "LPSV QUIT"},
+        {'P', {"LPSV 228 (6,16,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,1,2,99999999999,1)"}, -307, in + "LPSV QUIT"},
+        {'p', {}, -306, in + "PASV QUIT"},
+        {'p', {toClosed}, -307, in + "PASV QUIT"},
+        {'p', {wrapped}, -307, in + "PASV QUIT"},
+        {'p', {"PASV 227 (127,0,0,1,16777216,1)"}, -307, in + "PASV QUIT"},
+        {'a', {}, -207, in + "PORT QUIT"},
+        {'A', {}, -206, in + "LPRT QUIT"},
+        {'a', {"PORT 200 ok"}, -503, in + "PORT STOR QUIT"},
+        {'p', {"CWD 550 no"}, -502, in + "CWD MKD QUIT"},
+        {'p', {"CWD 550 no", "MKD 257 made"}, -502, in + "CWD MKD CWD QUIT"},
+        {'M', {"rcpt 550 no such user"}, 0, mailed + "rcpt data . quit"},
+        {'m', {"ehlo 500 what"}, -103, "ehlo"},
+        {'m', {"auth 504 no"}, -104, "ehlo auth"},
+        {'m', {"Y2Ft 535 no"}, -105, "ehlo auth Y2Ft"},
+        {'m', {"mail 550 no"}, -201, mailed},
+        {'m', {"quit 500 no"}, -602, mailed + "rcpt data . quit"},
     };
+    // clang-format on
     for (const Case &c : cases) {
-        ScriptedPeer::Answers answers = c.answers;
-        answers.insert(c.mail ? kSmtp.begin() : kFtp.begin(), c.mail ? kSmtp.end() : kFtp.end());
-        ScriptedPeer peer(c.family, c.greeting ? c.greeting : "220 ready\r\n", answers);
-        int result =
-            c.mail ? mailTransfer(peer.host(), peer.port(), 0).result : ftpAgainst(peer, c.passive);
+        bool mail = tolower(c.kind) == 'm';
+        ScriptedPeer::Answers answers = mail ? kSmtp : kFtp;
+        for (const std::string &change : c.changes)
+            answers[change.substr(0, change.find(' '))] =
+                change.substr(change.find(' ') + 1) + "\r\n";
+        ScriptedPeer peer(isupper(c.kind) ? AF_INET6 : AF_INET, answers);
+        int result = mail ? mailTransfer(peer.host(), peer.port(), "cam", "secret", 0).result
+                          : ftpAgainst(peer, tolower(c.kind) == 'p');
         EXPECT_EQ(result, c.result) << c.heard;
-        EXPECT_EQ(peer.finish(), c.heard);
+        EXPECT_EQ(peer.finish(), c.heard.substr(0, c.heard.find_last_not_of(' ') + 1));
     }
 }
 
@@ -177,7 +107,7 @@ TEST(ForceStop, EndsTheWaitAndStaysRaised)
     for (const Client &client : kClients) {
         for (bool bySignal : {true, false}) {
             bool http = client.transfer == httpTransfer;
-            ScriptedPeer peer(AF_INET, "", {{"Host:", ""}});
+            ScriptedPeer peer(AF_INET, {{"Host:", ""}});
             Child child([&] {
                 signal(SIGUSR1, [](int) {
                     httpForceStop();
@@ -194,10 +124,10 @@ TEST(ForceStop, EndsTheWaitAndStaysRaised)
                     else
                         raised = client.forceStop();
                 });
-                Outcome stopped = client.transfer(peer.host(), peer.port(), 0);
+                Outcome stopped = client.transfer(peer.host(), peer.port(), "cam", "secret", 0);
                 stopper.join();
                 LoopbackPort later(AF_INET, true);
-                Outcome after = client.transfer("127.0.0.1", later.port(), 0);
+                Outcome after = client.transfer("127.0.0.1", later.port(), "cam", "secret", 0);
                 char byte;
                 bool silent = recv(accept(later.fd(), nullptr, nullptr), &byte, 1, 0) == 0;
                 return int(stopped.result != (http ? 0 : -102) || stopped.detail != -1) +

@@ -8,7 +8,7 @@ using namespace tarvo::test;
 TEST(SilentPeer, GreetingWaitEndsAfterAHundredSeconds)
 {
     LoopbackPort listening(AF_INET, true);
-    Outcome outcome = mailTransfer("127.0.0.1", listening.port(), 0);
+    Outcome outcome = mailTransfer("127.0.0.1", listening.port(), "cam", "secret", 0);
     EXPECT_EQ(outcome.result, -102);
     EXPECT_EQ(outcome.detail, -2) << "nothing received";
 }

@@ -2,10 +2,9 @@
 #ifndef TARVO_TESTS_TEMP_DIR_H
 #define TARVO_TESTS_TEMP_DIR_H
 
-#include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <string>
-#include <unistd.h>
 
 namespace tarvo::test
 {
@@ -16,28 +15,16 @@ class TempDir
     TempDir()
     {
         char pattern[] = "/tmp/tarvo-test-XXXXXX";
-        if (mkdtemp(pattern))
-            path_ = pattern;
+        path_ = mkdtemp(pattern) ? pattern : "";
     }
-    ~TempDir()
-    {
-        if (!path_.empty())
-            (void)!system(("rm -rf '" + path_ + "'").c_str());
-    }
-    TempDir(const TempDir &) = delete;
-    TempDir &operator=(const TempDir &) = delete;
-
+    ~TempDir() { (void)!system(("rm -rf '" + path_ + "'").c_str()); }
     const std::string &path() const { return path_; }
 
     // Writes `text` to the named file in the folder; its full path.
     std::string write(const std::string &name, const std::string &text) const
     {
-        std::string file = path_ + "/" + name;
-        if (FILE *out = fopen(file.c_str(), "w")) {
-            fwrite(text.data(), 1, text.size(), out);
-            fclose(out);
-        }
-        return file;
+        std::ofstream(path_ + "/" + name, std::ios::binary) << text;
+        return path_ + "/" + name;
     }
 
   private:
