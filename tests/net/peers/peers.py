@@ -1,15 +1,14 @@
 """Real servers for the network suites, on loopback only.
 
 Usage: peers.py KIND FOLDER, KIND one of nginx, pyftpdlib, ftpd, smtp.
-
-Prints "ready port=N user=U password=P" once the server takes connections,
-or "missing <reason>" when it cannot run here, and stops the server when
-standard input closes (the suite closes it, or dies).  Files land in FOLDER.
+Prints "ready port=N user=U password=P" once the server takes connections
+(or "missing <reason>" when it cannot run here), serves files in FOLDER,
+and stops when standard input closes (the suite closes it, or dies).
 """
-import asyncio, base64, email, email.header, hashlib, http.client, os, pwd, secrets
-import selectors, signal, socket, subprocess, sys, tempfile, threading
+import asyncio, base64, email, email.header, hashlib, logging, os, pwd, secrets, selectors
+import signal, socket, subprocess, sys, tempfile, threading
 
-USER, PASSWORD = "cam", "secret"
+HERE, USER, PASSWORD = os.path.dirname(os.path.abspath(__file__)), "cam", "secret"
 
 
 def announce(port, user=USER, password=PASSWORD):
@@ -17,18 +16,7 @@ def announce(port, user=USER, password=PASSWORD):
 
 
 def missing(reason):
-    print(f"missing {reason}", flush=True)
-    sys.exit(0)
-
-
-def need(path, package):
-    if not os.access(path, os.X_OK):
-        missing(f"{path} not found (Debian package {package})")
-
-
-def wait_for_stop():
-    while sys.stdin.buffer.read(4096):
-        pass
+    sys.exit(print(f"missing {reason}", flush=True))
 
 
 def write(path, data):
@@ -36,112 +24,84 @@ def write(path, data):
         out.write(data if isinstance(data, bytes) else data.encode())
 
 
-# Basic authentication on /cgi/; each request logged as
-# "request line|Host|Authorization|status".  nginx inherits our listener.
-NGINX_CONFIG = """daemon off; pid {0}/nginx.pid; worker_processes 1; events {{}}
-http {{ log_format notify '$request|$http_host|$http_authorization|$status';
-  access_log {0}/access.log notify; client_body_temp_path {0}/body; proxy_temp_path {0}/p;
-  fastcgi_temp_path {0}/f; uwsgi_temp_path {0}/u; scgi_temp_path {0}/s;
-  server {{ listen 127.0.0.1:{1}; root {0}/www;
-    location /cgi/ {{ auth_basic "events"; auth_basic_user_file {0}/htpasswd; }} }} }}"""
-
-
 def nginx(folder):
-    need("/usr/sbin/nginx", "nginx")
+    if not os.access("/usr/sbin/nginx", os.X_OK):
+        missing("/usr/sbin/nginx not found (Debian package nginx)")
     os.chmod(folder, 0o755)  # workers may run as another user
     os.makedirs(f"{folder}/www/cgi")
     write(f"{folder}/www/cgi/notify", "ok\n")
     digest = base64.b64encode(hashlib.sha1(PASSWORD.encode()).digest()).decode()
     write(f"{folder}/htpasswd", f"{USER}:{{SHA}}{digest}\n")
-    listener = socket.create_server(("127.0.0.1", 0))
-    port = listener.getsockname()[1]
-    write(f"{folder}/nginx.conf", NGINX_CONFIG.format(folder, port))
+    listener = socket.create_server(("127.0.0.1", 0))  # queues connections from now on
+    write(f"{folder}/nginx.conf", open(f"{HERE}/nginx.conf").read().format(
+        folder, listener.getsockname()[1]))
     server = subprocess.Popen(["/usr/sbin/nginx", "-p", folder, "-c", f"{folder}/nginx.conf",
                                "-e", f"{folder}/error.log"], pass_fds=[listener.fileno()],
                               env=dict(os.environ, NGINX=f"{listener.fileno()};"))
-    try:
-        probe = http.client.HTTPConnection("127.0.0.1", port, timeout=30)
-        probe.request("GET", "/probe")
-        probe.getresponse().read()
-    except OSError as error:
-        server.kill()
-        missing(f"nginx did not serve: {error}")
-    announce(port)
-    wait_for_stop()
+    announce(listener.getsockname()[1])
+    sys.stdin.buffer.read()
     server.send_signal(signal.SIGQUIT)  # graceful: the log is complete after it
     server.wait()
 
 
 def pyftpdlib(folder):
     try:
-        from pyftpdlib.authorizers import DummyAuthorizer
-        from pyftpdlib.handlers import FTPHandler
-        from pyftpdlib.servers import FTPServer
+        from pyftpdlib import authorizers, handlers, servers
     except ImportError:
         missing("pyftpdlib is not installed (Debian package python3-pyftpdlib)")
-    authorizer = DummyAuthorizer()
-    authorizer.add_user(USER, PASSWORD, folder, perm="elradfmwMT")
-    handler = type("Handler", (FTPHandler,), {"authorizer": authorizer, "auth_failed_timeout": 0})
-    server = FTPServer(("127.0.0.1", 0), handler)
-    threading.Thread(target=server.serve_forever, kwargs={"timeout": 0.5}, daemon=True).start()
+    handlers.FTPHandler.authorizer = authorizers.DummyAuthorizer()
+    handlers.FTPHandler.authorizer.add_user(USER, PASSWORD, folder, perm="elradfmwMT")
+    handlers.FTPHandler.auth_failed_timeout = 0  # the suite tries a wrong password
+    server = servers.FTPServer(("127.0.0.1", 0), handlers.FTPHandler)
+    threading.Thread(target=server.serve_forever, daemon=True).start()
     announce(server.address[1])
-    wait_for_stop()
-    server.close_all()
+    sys.stdin.buffer.read()
 
 
 # GNU inetutils ftpd on [::1], one process per connection as inetd starts it,
-# logged in as a local user made for the run.  ftpd looks up its client's
-# name; each session sees a private /etc/hosts naming ::1 so that it stays local.
-FTPD_SESSION = ["unshare", "--mount", "--propagation", "private", "sh", "-c",
-                'mount --bind "$0" /etc/hosts && exec /usr/sbin/ftpd']
-
-
+# for a local user made for the run.  ftpd looks up its client's name, so
+# each session sees a private /etc/hosts naming ::1.
 def ftpd(folder):
-    need("/usr/sbin/ftpd", "inetutils-ftpd")
-    quiet = {"capture_output": True, "check": True}
-    if os.geteuid() != 0 or subprocess.run(FTPD_SESSION[:4] + ["true"], capture_output=True).returncode != 0:
+    session = ["unshare", "--mount", "--propagation", "private", "sh", "-c",
+               'mount --bind "$0" /etc/hosts && exec /usr/sbin/ftpd']
+    if not os.access("/usr/sbin/ftpd", os.X_OK):
+        missing("/usr/sbin/ftpd not found (Debian package inetutils-ftpd)")
+    if os.geteuid() or subprocess.run(session[:4] + ["true"], capture_output=True).returncode:
         missing("ftpd needs root for a local user and a private mount namespace")
     hosts = tempfile.NamedTemporaryFile("w", prefix="tarvo-hosts-")
     hosts.write(open("/etc/hosts").read() + "\n::1 localhost\n")
     hosts.flush()
     os.chmod(hosts.name, 0o644)
     user, password = f"tarvo{os.getpid()}", secrets.token_hex(8)
-    subprocess.run(["useradd", "-M", "-d", folder, "-s", "/bin/sh", user], **quiet)
-    subprocess.run(["chpasswd"], input=f"{user}:{password}\n".encode(), **quiet)
+    subprocess.run(["useradd", "-M", "-d", folder, "-s", "/bin/sh", user], capture_output=True)
+    subprocess.run(["chpasswd"], input=f"{user}:{password}\n".encode(), capture_output=True)
     os.chown(folder, pwd.getpwnam(user).pw_uid, pwd.getpwnam(user).pw_gid)
     listener = socket.create_server(("::1", 0), family=socket.AF_INET6)
-    sessions, events = [], selectors.DefaultSelector()
+    events, sessions = selectors.DefaultSelector(), []
     events.register(listener, selectors.EVENT_READ)
     events.register(sys.stdin, selectors.EVENT_READ)
     announce(listener.getsockname()[1], user, password)
-    try:
-        while True:
-            ready = [key.fileobj for key, _ in events.select()]
-            if sys.stdin in ready and not sys.stdin.buffer.read1(4096):
-                break
-            if listener in ready:
-                connection, _ = listener.accept()
-                sessions.append(subprocess.Popen(FTPD_SESSION + [hosts.name], stdin=connection,
-                                                 stdout=connection, stderr=subprocess.DEVNULL))
-                connection.close()
-    finally:
-        for session in sessions:
-            session.kill()
-            session.wait()
-        subprocess.run(["userdel", user], capture_output=True)
+    while not sys.stdin in [key.fileobj for key, _ in events.select()]:
+        connection = listener.accept()[0]
+        sessions.append(subprocess.Popen(session + [hosts.name], stdin=connection,
+                                         stdout=connection, stderr=subprocess.DEVNULL))
+        connection.close()
+    for running in sessions:
+        running.kill()
+        running.wait()
+    subprocess.run(["userdel", user], capture_output=True)
 
 
-# aiosmtpd with AUTH LOGIN.  Message N is saved in FOLDER/N: "message" raw,
-# "envelope" (login, sender, recipients), and what Python's email package
-# reads in it: "headers", "subject" (decoded), "types", "body", "attachment".
+# aiosmtpd with AUTH LOGIN (mechanism names case-blind, as RFC 4954 has
+# them).  Message N is saved in FOLDER/N: "message" raw, "envelope" (login,
+# sender, recipients), and what Python's email package reads in it.
 def smtp(folder):
     try:
-        from aiosmtpd.smtp import SMTP, AuthResult, syntax
+        from aiosmtpd.smtp import SMTP, AuthResult
     except ImportError:
         missing("aiosmtpd is not installed (Debian package python3-aiosmtpd)")
 
-    class CaseBlindAuth(SMTP):  # mechanism names are case-blind (RFC 4954)
-        @syntax("AUTH <mechanism>")
+    class Server(SMTP):
         async def smtp_AUTH(self, arg):
             mechanism, space, rest = (arg or "").partition(" ")
             await super().smtp_AUTH(mechanism.upper() + space + rest)
@@ -151,25 +111,23 @@ def smtp(folder):
 
         async def handle_DATA(self, server, session, envelope):
             Saver.count += 1
-            path = f"{folder}/{Saver.count}"
-            os.makedirs(path)
-            raw = envelope.original_content
-            message = email.message_from_bytes(raw)
-            login = session.auth_data.login.decode() if session.authenticated else ""
-            subject = email.header.decode_header(message.get("Subject", ""))
-            files = {"message": raw,
-                     "envelope": "\n".join([login, envelope.mail_from, *envelope.rcpt_tos]),
-                     "headers": "".join(f"{h}: {message.get(h)}\n" for h in ("From", "To", "Cc")),
+            message = email.message_from_bytes(envelope.original_content)
+            parts = {part.get_filename() or part.get_content_type(): part.get_payload(decode=True)
+                     for part in message.walk()}
+            subject = email.header.decode_header(message["Subject"])
+            saved = {"message": envelope.original_content,
+                     "envelope": "\n".join([session.auth_data.login.decode() if
+                                            session.authenticated else "",
+                                            envelope.mail_from, *envelope.rcpt_tos]),
+                     "headers": "".join(f"{h}: {message[h]}\n" for h in ("From", "To", "Cc")),
                      "subject": str(email.header.make_header(subject)),
-                     "types": " ".join(part.get_content_type() for part in message.walk())}
-            for part in message.walk():
-                if part.get_filename():
-                    files["attachment"] = part.get_payload(decode=True)
-                    files["attachment.name"] = part.get_filename()
-                elif part.get_content_type() == "text/plain":
-                    files["body"] = part.get_payload(decode=True)
-            for name, data in files.items():
-                write(f"{path}/{name}", data)
+                     "types": " ".join(part.get_content_type() for part in message.walk()),
+                     "body": parts.get("text/plain") or b"",
+                     "attachment": next((data for name, data in parts.items() if "." in name), b""),
+                     "attachment.name": next((name for name in parts if "." in name), "")}
+            os.makedirs(f"{folder}/{Saver.count}")
+            for name, data in saved.items():
+                write(f"{folder}/{Saver.count}/{name}", data)
             return "250 Message accepted"
 
     def check(server, session, envelope, mechanism, auth):
@@ -178,14 +136,13 @@ def smtp(folder):
 
     async def serve():
         loop = asyncio.get_running_loop()
-        server = await loop.create_server(lambda: CaseBlindAuth(
+        server = await loop.create_server(lambda: Server(
             Saver(), hostname="peer.test", auth_require_tls=False, authenticator=check),
             "127.0.0.1", 0)
         announce(server.sockets[0].getsockname()[1])
-        await loop.run_in_executor(None, wait_for_stop)
+        await loop.run_in_executor(None, sys.stdin.buffer.read)
 
-    import logging
-    logging.getLogger("mail.log").setLevel(logging.ERROR)
+    logging.getLogger("mail.log").setLevel(logging.ERROR)  # aiosmtpd's own deprecations
     asyncio.run(serve())
 
 
