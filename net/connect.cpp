@@ -66,7 +66,7 @@ bool connectWithin(int sock, const sockaddr *address, socklen_t length)
 int connectFailed(const NetConn &conn)
 {
     trace(conn, "http connect fail!\n");
-    return -1;
+    return kNoSocket;
 }
 
 } // namespace
@@ -113,7 +113,7 @@ int netClose(NetConn &conn, int sock)
 void closeConnection(NetConn &conn, int32_t &sock)
 {
     netClose(conn, sock);
-    sock = -1;
+    sock = kNoSocket;
 }
 
 } // namespace tarvo::net

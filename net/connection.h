@@ -40,6 +40,16 @@ void trace(const NetConn &conn, const char *format, ...) __attribute__((format(p
 // Prints `length` bytes of text and a line break when debug is on.
 void traceText(const NetConn &conn, const char *text, int length);
 
+// No connection, in a socket field or as a connect's result.
+inline constexpr int kNoSocket = -1;
+// A send or receive failed (or was force-stopped).
+inline constexpr int kTransferFailed = -1;
+// readReply: the receive failed, or brought nothing.
+inline constexpr int kReplyReceiveFailed = -1;
+inline constexpr int kNoReply = -2;
+// sendCommand: the command did not go out whole.
+inline constexpr int kCommandNotSent = -1;
+
 // A receive waits this many times one second at most.
 inline constexpr int kReceiveTries = 100;
 inline constexpr int kConnectSeconds = 30;

@@ -49,15 +49,15 @@ bool allBytes(const long *numbers, int count)
 
 // Sends PASV or LPSV and reads the one-line answer; its code (also kept in
 // job->reply), with the text between "(" and ")" of a 227 or 228 answer in
-// numbers.  -1 when nothing usable came.
+// numbers.  kReplyReceiveFailed when nothing usable came.
 int passiveAnswer(FtpJob *job, const char *command, char (&numbers)[kPassiveAnswerSize + 1])
 {
     numbers[0] = '\0';
     if (netSend(ftpConn, job->ctrlSock, command, int(strlen(command)), SendMode::Text) != 0)
-        return -1;
+        return kReplyReceiveFailed;
     char answer[kPassiveAnswerSize + 1];
     if (recvLine(ftpConn, job->ctrlSock, answer, kPassiveAnswerSize) <= 0)
-        return -1;
+        return kReplyReceiveFailed;
     job->reply = atoi(answer);
     if (job->reply != 227 && job->reply != 228)
         return job->reply;
@@ -74,21 +74,21 @@ int longPassiveAddress(FtpJob *job, DataAddress &address)
 {
     char numbers[kPassiveAnswerSize + 1];
     if (passiveAnswer(job, "LPSV\r\n", numbers) != 228)
-        return kLongPassiveRefused;
+        return kFtpLongPassiveRefused;
     long n[21] = {};
     if (readNumbers(numbers, n, 21) < 21)
-        return -303;
+        return kFtpLongPassiveCount;
     if (n[0] != 6 || n[1] != 16 || n[18] != 2)
-        return -304;
+        return kFtpLongPassiveFormat;
     if (!allBytes(n, 21))
-        return -307;
+        return kFtpDataConnect;
     sockaddr_in6 server{};
     server.sin6_family = AF_INET6;
     for (int i = 0; i < 16; i++)
         server.sin6_addr.s6_addr[i] = static_cast<unsigned char>(n[2 + i]);
     if (getnameinfo(reinterpret_cast<sockaddr *>(&server), sizeof server, address.host,
                     sizeof address.host, nullptr, 0, NI_NUMERICHOST) != 0)
-        return -305;
+        return kFtpLongPassiveAddress;
     address.port = int(n[19] * 256 + n[20]);
     return 0;
 }
@@ -99,11 +99,11 @@ int passiveAddress(FtpJob *job, DataAddress &address)
 {
     char numbers[kPassiveAnswerSize + 1];
     if (passiveAnswer(job, "PASV\r\n", numbers) != 227)
-        return -306;
+        return kFtpPassive;
     long n[6] = {};
     readNumbers(numbers, n, 6);
     if (!allBytes(n, 6))
-        return -307;
+        return kFtpDataConnect;
     snprintf(address.host, sizeof address.host, "%ld.%ld.%ld.%ld", n[0], n[1], n[2], n[3]);
     address.port = int(n[4] * 256 + n[5]);
     return 0;
@@ -114,7 +114,7 @@ int openPassive(FtpJob *job)
     sockaddr_storage local{};
     socklen_t length = sizeof local;
     if (getsockname(job->ctrlSock, reinterpret_cast<sockaddr *>(&local), &length) != 0)
-        return -301;
+        return kFtpPassiveLocalAddress;
     DataAddress server;
     int failed =
         local.ss_family == AF_INET6 ? longPassiveAddress(job, server) : passiveAddress(job, server);
@@ -122,7 +122,7 @@ int openPassive(FtpJob *job)
         return failed;
     closeConnection(ftpConn, job->dataSock);
     job->dataSock = netConnect(ftpConn, server.host, server.port);
-    return job->dataSock < 0 ? -307 : 0;
+    return job->dataSock < 0 ? kFtpDataConnect : 0;
 }
 
 // Announces the listening address with LPRT (IPv6) or PORT (IPv4).
@@ -136,14 +136,14 @@ int announceListener(FtpJob *job, const sockaddr_storage &listening)
             ftpCommand(job, "LPRT 6,16,%u,%u,%u,%u,%u,%u,%u,%u,%u,%u,%u,%u,%u,%u,%u,%u,2,%u,%u\r\n",
                        a[0], a[1], a[2], a[3], a[4], a[5], a[6], a[7], a[8], a[9], a[10], a[11],
                        a[12], a[13], a[14], a[15], port[0], port[1]);
-        return reply == 200 ? 0 : -206;
+        return reply == 200 ? 0 : kFtpLongPort;
     }
     auto &ipv4 = reinterpret_cast<const sockaddr_in &>(listening);
     auto a = reinterpret_cast<const unsigned char *>(&ipv4.sin_addr);
     auto port = reinterpret_cast<const unsigned char *>(&ipv4.sin_port);
     int reply =
         ftpCommand(job, "PORT %u,%u,%u,%u,%u,%u\r\n", a[0], a[1], a[2], a[3], port[0], port[1]);
-    return reply == 200 ? 0 : -207;
+    return reply == 200 ? 0 : kFtpPort;
 }
 
 // Listens on the control connection's local address at a port the system
@@ -153,20 +153,20 @@ int openActive(FtpJob *job)
     sockaddr_storage local{};
     socklen_t length = sizeof local;
     if (getsockname(job->ctrlSock, reinterpret_cast<sockaddr *>(&local), &length) != 0)
-        return -201;
+        return kFtpActiveLocalAddress;
     tarvo::Descriptor listener(socket(local.ss_family, SOCK_STREAM, 0));
     if (listener.get() < 0)
-        return -202;
+        return kFtpActiveSocket;
     if (local.ss_family == AF_INET6)
         reinterpret_cast<sockaddr_in6 &>(local).sin6_port = 0;
     else
         reinterpret_cast<sockaddr_in &>(local).sin_port = 0;
     if (bind(listener.get(), reinterpret_cast<sockaddr *>(&local), length) != 0)
-        return -203;
+        return kFtpActiveBind;
     if (getsockname(listener.get(), reinterpret_cast<sockaddr *>(&local), &length) != 0)
-        return -204;
+        return kFtpActiveListenAddress;
     if (listen(listener.get(), 1) != 0)
-        return -205;
+        return kFtpActiveListen;
     if (int failed = announceListener(job, local))
         return failed;
     closeConnection(ftpConn, job->dataSock);

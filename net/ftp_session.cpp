@@ -33,18 +33,18 @@ int logIn(FtpJob *job)
 {
     job->ctrlSock = netConnect(ftpConn, job->host, job->port);
     if (job->ctrlSock < 0)
-        return -101;
+        return kFtpConnect;
     job->reply = readReply(ftpConn, job->ctrlSock);
     if (job->reply < 0)
-        return -102;
+        return kFtpGreeting;
     if (ftpCommand(job, "USER %s\r\n", orEmpty(job->user)) != 331)
-        return -103;
+        return kFtpUser;
     if (ftpCommand(job, "PASS %s\r\n", orEmpty(job->password)) != 230)
-        return -104;
+        return kFtpPassword;
     if (ftpCommand(job, "REST 0\r\n") < 0)
-        return -105;
+        return kFtpRestart;
     if (ftpCommand(job, "TYPE I\r\n") < 0)
-        return -106;
+        return kFtpType;
     return 0;
 }
 
@@ -91,7 +91,7 @@ int ftpInit(FtpJob *job)
 {
     if (job == nullptr)
         return 0;
-    job->ctrlSock = job->dataSock = -1;
+    job->ctrlSock = job->dataSock = kNoSocket;
     job->result = job->reply = 0;
     job->passive = 1;
     job->fixedName = 0;
@@ -113,7 +113,7 @@ int ftpForceStop(void)
 int ftpOpen(FtpJob *job)
 {
     if (job == nullptr)
-        return -1;
+        return kFtpMissingInput;
     job->result = logIn(job);
     if (job->result != 0)
         ftpClose(job);
@@ -135,12 +135,12 @@ int ftpUpload(FtpJob *job, char *data, unsigned length)
 {
     if (job == nullptr || !job->host || !job->user || !job->password || !job->directory || !data ||
         length == 0)
-        return -1;
+        return kFtpMissingInput;
     normaliseDirectory(job->directory);
     bool named = nameUpload(job);
     job->reply = 0;
     if (!named)
-        return job->result = -502;
+        return job->result = kFtpWorkDir;
     if (ftpOpen(job) == 0) {
         ftpWrite(job, data, int(length));
         ftpClose(job);

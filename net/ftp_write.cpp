@@ -35,29 +35,29 @@ bool enterWorkDir(FtpJob *job)
 int store(FtpJob *job, char *data, int length)
 {
     if (job->ctrlSock < 0 || length < 1 || data == nullptr)
-        return -501;
+        return kFtpNotLoggedIn;
     if (!isTerminated(job->workDir) || (job->workDir[0] && !enterWorkDir(job)))
-        return -502;
+        return kFtpWorkDir;
     if (int failed = openDataConnection(job))
         return failed;
     if (!isTerminated(job->fileName))
-        return -503;
+        return kFtpStore;
     int stored = ftpCommand(job, "STOR %s\r\n", job->fileName);
     if (stored != 150 && stored != 125)
-        return -503;
+        return kFtpStore;
     if (!job->passive) {
         int accepted = accept(job->dataSock, nullptr, nullptr);
         if (accepted < 0)
-            return -504;
+            return kFtpAccept;
         netClose(ftpConn, job->dataSock);
         job->dataSock = accepted;
     }
     if (netSend(ftpConn, job->dataSock, data, length, SendMode::Binary) != 0)
-        return -505;
+        return kFtpDataSend;
     closeConnection(ftpConn, job->dataSock);
     job->reply = readReply(ftpConn, job->ctrlSock);
     if (job->reply != 226 && job->reply != 250)
-        return -506;
+        return kFtpTransferEnd;
     return 0;
 }
 
@@ -66,9 +66,9 @@ int store(FtpJob *job, char *data, int length)
 extern "C" int ftpWrite(FtpJob *job, char *data, int length)
 {
     if (job == nullptr)
-        return -1;
+        return kFtpMissingInput;
     int outcome = store(job, data, length);
-    if (outcome != kLongPassiveRefused)
+    if (outcome != kFtpLongPassiveRefused)
         job->result = outcome;
     return job->result;
 }

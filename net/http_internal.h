@@ -1,4 +1,5 @@
-// The HTTP client's steps below its exported calls.
+// The HTTP client's connection instance, result codes and the steps
+// below its exported calls.
 #ifndef TARVO_NET_HTTP_INTERNAL_H
 #define TARVO_NET_HTTP_INTERNAL_H
 
@@ -9,6 +10,22 @@
 
 namespace tarvo::net
 {
+
+extern NetConn httpConn;
+
+// The result codes of httpnotify.h.
+enum HttpResult : int {
+    kHttpMissingInput = -1, // returned, result untouched
+    kHttpConnect = -101,
+    kHttpNotSent = -102,
+};
+
+// The response reader's failures, kept in status.
+enum HttpStatusFailure : int {
+    kStatusReceiveFailed = -1, // also a body cut short
+    kStatusNothingReceived = -2,
+    kStatusMalformed = -3,
+};
 
 // Room the response reader uses in a record's buf (which has 4 bytes more).
 inline constexpr int kResponseRoom = 1024;

@@ -7,15 +7,17 @@
 #include <csignal>
 #include <cstring>
 
-using namespace tarvo::net;
-
-namespace
+namespace tarvo::net
 {
 
 NetConn httpConn{"hnotify: ", 0, 0};
 
-constexpr int kConnectFailed = -101;
-constexpr int kNotSent = -102;
+} // namespace tarvo::net
+
+using namespace tarvo::net;
+
+namespace
+{
 
 static_assert(HTTP_BUF_SIZE >= kResponseRoom + 1);
 // The longest pair whose "Basic " form still fits in auth.
@@ -41,7 +43,7 @@ int httpInit(HttpJob *job)
 {
     if (job == nullptr)
         return 0;
-    job->sock = -1;
+    job->sock = kNoSocket;
     job->result = 0;
     job->status = 0;
     job->event[0] = job->path[0] = job->auth[0] = '\0';
@@ -62,16 +64,16 @@ int httpForceStop(void)
 int httpNotify(HttpJob *job)
 {
     if (job == nullptr || !job->host || !job->user || !job->password || !job->url)
-        return -1;
+        return kHttpMissingInput;
     job->status = 0;
     if (job->event[0] == '\0')
         strcpy(job->event, "detected");
     if ((job->user[0] || job->password[0]) && !storeCredentials(job))
-        return job->result = kNotSent;
+        return job->result = kHttpNotSent;
     if (job->url[0]) {
         TextBuilder path(job->path);
         if (!expandTemplate(job->url, fieldText(job->event), job->message, path))
-            return job->result = kNotSent;
+            return job->result = kHttpNotSent;
     }
     download(job);
     closeConnection(httpConn, job->sock);
@@ -81,10 +83,10 @@ int httpNotify(HttpJob *job)
 int download(HttpJob *job)
 {
     if (job == nullptr)
-        return -1;
+        return kHttpMissingInput;
     job->sock = netConnect(httpConn, job->host, job->port);
     if (job->sock < 0)
-        return job->result = kConnectFailed;
+        return job->result = kHttpConnect;
     std::string_view path = fieldText(job->path), auth = fieldText(job->auth);
     TextBuilder request(job->buf);
     request.format("GET %.*s HTTP/1.1\r\nHost: %s\r\n", int(path.size()), path.data(), job->host);
@@ -93,7 +95,7 @@ int download(HttpJob *job)
     request.append("\r\n");
     if (!request.complete() ||
         netSend(httpConn, job->sock, request.text(), request.length(), SendMode::Text) != 0)
-        return job->result = kNotSent;
+        return job->result = kHttpNotSent;
     job->status = readResponse(httpConn, job->sock, job->buf);
     job->result = 0;
     return 0;

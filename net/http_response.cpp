@@ -27,12 +27,12 @@ int dropBody(NetConn &conn, int sock, char *buf, int headerLength, int bodyRecei
         return 0;
     int room = kResponseRoom - headerLength;
     if (room <= 0)
-        return -3;
+        return kStatusMalformed;
     while (remaining > 0) {
         int got =
             recvLine(conn, sock, buf + headerLength, int(std::min<long long>(remaining, room)));
         if (got <= 0)
-            return -1;
+            return kStatusReceiveFailed;
         remaining -= got;
     }
     return 0;
@@ -46,12 +46,12 @@ int readResponse(NetConn &conn, int sock, char *buf)
     char *emptyLine = nullptr;
     while (emptyLine == nullptr) {
         if (received >= kResponseRoom)
-            return -3;
+            return kStatusMalformed;
         int got = recvHeader(conn, sock, buf + received, kResponseRoom - received);
         if (got < 0)
-            return -1;
+            return kStatusReceiveFailed;
         if (got == 0)
-            return -2;
+            return kStatusNothingReceived;
         received += got;
         emptyLine = strstr(buf, "\r\n\r\n");
     }
@@ -62,13 +62,13 @@ int readResponse(NetConn &conn, int sock, char *buf)
 
     const char *code = strstr(buf, "HTTP/1.");
     if (code == nullptr)
-        return -3;
+        return kStatusMalformed;
     code += strcspn(code, " ");
     code += strspn(code, " ");
     int status = atoi(code);
     const char *lineEnd = strstr(code, "\r\n");
     if (lineEnd == nullptr)
-        return -3;
+        return kStatusMalformed;
     size_t textLength = size_t(lineEnd - code);
     memmove(buf, code, textLength);
     buf[textLength] = '\0';

@@ -9,13 +9,6 @@
 #include <cstdio>
 #include <cstring>
 
-namespace tarvo::net
-{
-
-NetConn mailConn{"email: ", 0, 0};
-
-} // namespace tarvo::net
-
 using namespace tarvo::net;
 
 namespace
@@ -61,7 +54,7 @@ int base64Command(MailJob *job, const char *text)
     TextBuilder encoded(line);
     base64Encode(text, int(strlen(text)), encoded);
     encoded.append("\r\n");
-    return encoded.complete() ? command(job, "%s", line) : -1;
+    return encoded.complete() ? command(job, "%s", line) : kCommandNotSent;
 }
 
 // Sends message text that gets no reply; false when not all of it went out.
@@ -98,36 +91,36 @@ std::string_view trimmedSubject(const MailJob *job)
 int logIn(MailJob *job)
 {
     if (!isTerminated(job->serverAddr))
-        return -101;
+        return kMailConnect;
     job->sock = netConnect(mailConn, job->serverAddr, job->port);
     if (job->sock < 0)
-        return -101;
+        return kMailConnect;
     job->reply = readReply(mailConn, job->sock);
     if (job->reply < 0)
-        return -102;
+        return kMailGreeting;
     if (command(job, "ehlo MAPI1.0\r\n") != 250)
-        return -103;
+        return kMailHello;
     if (!job->auth)
         return 0;
     if (command(job, "auth login\r\n") != 334)
-        return -104;
+        return kMailAuth;
     if (base64Command(job, orEmpty(job->user)) != 334)
-        return -105;
+        return kMailUser;
     if (base64Command(job, orEmpty(job->password)) != 235)
-        return -106;
+        return kMailPassword;
     return 0;
 }
 
 int sendEnvelope(MailJob *job)
 {
     if (command(job, "mail from: <%s>\r\n", orEmpty(job->from)) != 250)
-        return -201;
+        return kMailFrom;
     if (nonEmpty(job->to1) && command(job, "rcpt to: <%s>\r\n", job->to1) < 0)
-        return -202;
+        return kMailFirstRecipient;
     if (nonEmpty(job->to2) && command(job, "rcpt to: <%s>\r\n", job->to2) < 0)
-        return -203;
+        return kMailSecondRecipient;
     if (command(job, "data\r\n") < 0)
-        return -204;
+        return kMailData;
     return 0;
 }
 
@@ -149,24 +142,24 @@ int sendHeaders(MailJob *job)
     std::string_view fromName = fieldText(job->fromName);
     if (!sendLine(job, "From: %.*s<%s>\r\n", int(fromName.size()), fromName.data(),
                   orEmpty(job->from)))
-        return -301;
+        return kMailFromHeader;
     if (!sendToLine(job))
-        return -302;
+        return kMailToHeader;
     if (!sendText(job, "Cc: \r\n"))
-        return -303;
+        return kMailCcHeader;
     std::string_view subject = trimmedSubject(job), charset = fieldText(job->charset);
     if (!sendText(job, "Subject: "))
-        return -304;
+        return kMailSubjectField;
     if (charset.empty()) {
         if (!sendText(job, subject))
-            return -305;
+            return kMailRawSubject;
     } else if (sendEncodedSubject(mailConn, job->sock, subject, charset) != 0) {
-        return -306;
+        return kMailEncodedSubject;
     }
     if (!sendText(job, "\r\n"))
-        return -307;
+        return kMailSubjectEnd;
     if (!sendText(job, kMimeHeader))
-        return -308;
+        return kMailMimeHeader;
     return 0;
 }
 
@@ -174,13 +167,13 @@ int sendTextPart(MailJob *job)
 {
     std::string_view charset = fieldText(job->charset), body = fieldText(job->body);
     if (!sendText(job, kTextPartStart))
-        return -401;
+        return kMailTextPartStart;
     if (!charset.empty() && !sendLine(job, "; charset=%.*s", int(charset.size()), charset.data()))
-        return -402;
+        return kMailTextCharset;
     if (!sendText(job, kPartBodyStart))
-        return -403;
+        return kMailTextPartHeaderEnd;
     if (sendBase64Lines(mailConn, job->sock, body.data(), int(body.size()), Base64Mode::Text) != 0)
-        return -404;
+        return kMailTextBody;
     return 0;
 }
 
@@ -189,18 +182,18 @@ int sendAttachment(MailJob *job, const char *data, int length)
     std::string_view name = fieldText(job->attachName);
     if (!sendLine(job, kAttachmentStart, int(name.size()), name.data(), "image/jpeg",
                   int(name.size()), name.data()))
-        return -501;
+        return kMailAttachmentHeader;
     if (sendBase64Lines(mailConn, job->sock, data, length, Base64Mode::Binary) != 0)
-        return -502;
+        return kMailAttachmentData;
     return 0;
 }
 
 int endMessage(MailJob *job)
 {
     if (command(job, "%s", kMessageEnd) < 0)
-        return -601;
+        return kMailMessageEnd;
     if (command(job, "quit\r\n") != 221)
-        return -602;
+        return kMailQuit;
     return 0;
 }
 
@@ -226,7 +219,7 @@ int converse(MailJob *job, const char *data, int length)
 extern "C" int send_mail(MailJob *job, char *data, int length)
 {
     if (job == nullptr)
-        return -1;
+        return kMailMissingInput;
     job->result = converse(job, data, length);
     return job->result;
 }

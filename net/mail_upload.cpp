@@ -8,6 +8,13 @@
 #include <csignal>
 #include <cstring>
 
+namespace tarvo::net
+{
+
+NetConn mailConn{"email: ", 0, 0};
+
+} // namespace tarvo::net
+
 using namespace tarvo::net;
 
 namespace
@@ -37,7 +44,7 @@ int mailInit(MailJob *job)
     if (job == nullptr)
         return 0;
     memset(job, 0, sizeof *job);
-    job->sock = -1;
+    job->sock = kNoSocket;
     signal(SIGPIPE, SIG_IGN);
     return 0;
 }
@@ -56,7 +63,7 @@ int mailUpload(MailJob *job, char *data, unsigned length)
 {
     if (job == nullptr || !job->server || !job->user || !job->password || !job->from ||
         (!job->to1 && !job->to2))
-        return -1;
+        return kMailMissingInput;
     if (!job->fixedName)
         nameAttachment(job);
     TextBuilder server(job->serverAddr);
@@ -70,7 +77,7 @@ int mailUpload(MailJob *job, char *data, unsigned length)
     if (server.complete())
         send_mail(job, data, int(length));
     else
-        job->result = -101;
+        job->result = kMailConnect;
     closeConnection(mailConn, job->sock);
     return job->result;
 }

@@ -45,9 +45,9 @@ int readReply(NetConn &conn, int sock)
     for (;;) {
         int received = recvLine(conn, sock, chunk, kReplySize - 1);
         if (received < 0)
-            return -1;
+            return kReplyReceiveFailed;
         if (received == 0)
-            return -2;
+            return kNoReply;
         if (received >= 3 && chunk[received - 2] == '\r' && chunk[received - 1] == '\n')
             chunk[received - 2] = '\0';
         const char *line = lastLine(chunk, received);
@@ -59,7 +59,7 @@ int readReply(NetConn &conn, int sock)
 int sendCommand(NetConn &conn, int sock, const char *command)
 {
     if (netSend(conn, sock, command, int(strlen(command)), SendMode::Text) != 0)
-        return -1;
+        return kCommandNotSent;
     return readReply(conn, sock);
 }
 
@@ -68,7 +68,7 @@ int sendCommandV(NetConn &conn, int sock, const char *format, va_list arguments)
     char command[kCommandSize];
     int length = vsnprintf(command, sizeof command, format, arguments);
     if (length < 0 || length >= kCommandSize)
-        return -1;
+        return kCommandNotSent;
     return sendCommand(conn, sock, command);
 }
 

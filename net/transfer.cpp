@@ -50,21 +50,21 @@ int receive(NetConn &conn, int sock, char *buffer, int capacity, bool untilEmpty
             pollfd readable = {sock, POLLIN, 0};
             int ready = poll(&readable, 1, kWaitMilliseconds);
             if (ready < 0)
-                return -1;
+                return kTransferFailed;
             if (ready == 0) {
                 // errno may be left from an earlier call; a time-out that
                 // finds EINTR there ends the receive all the same.
                 if (errno == EINTR)
-                    return -1;
+                    return kTransferFailed;
                 tries++;
             } else {
                 if (conn.stopped())
                     break;
                 if (pendingError(sock) != 0)
-                    return -1;
+                    return kTransferFailed;
                 ssize_t got = recv(sock, buffer + received, size_t(capacity - received), 0);
                 if (got < 0)
-                    return -1;
+                    return kTransferFailed;
                 if (got == 0)
                     break;
                 received += int(got);
@@ -81,7 +81,7 @@ int receive(NetConn &conn, int sock, char *buffer, int capacity, bool untilEmpty
     buffer[received] = '\0';
     trace(conn, "http recv data: %d bytes\n", received);
     traceText(conn, buffer, received);
-    return conn.stopped() ? -1 : received;
+    return conn.stopped() ? kTransferFailed : received;
 }
 
 } // namespace
@@ -102,7 +102,7 @@ int netSend(NetConn &conn, int sock, const void *data, int length, SendMode mode
         ssize_t sent = send(sock, next, size_t(remaining), 0);
         if (sent < 0) {
             trace(conn, "http send fail at %d!\n", remaining);
-            return -1;
+            return kTransferFailed;
         }
         next += sent;
         remaining -= int(sent);
