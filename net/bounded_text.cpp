@@ -1,7 +1,6 @@
 // Bounded text assembly.
 #include "bounded_text.h"
 
-#include <cstdarg>
 #include <cstdio>
 
 namespace tarvo::net
@@ -22,11 +21,17 @@ TextBuilder &TextBuilder::append(std::string_view text)
 
 TextBuilder &TextBuilder::format(const char *format, ...)
 {
-    size_t room = size_ - length_;
     va_list arguments;
     va_start(arguments, format);
-    int wanted = vsnprintf(buffer_ + length_, room, format, arguments);
+    vformat(format, arguments);
     va_end(arguments);
+    return *this;
+}
+
+TextBuilder &TextBuilder::vformat(const char *format, va_list arguments)
+{
+    size_t room = size_ - length_;
+    int wanted = vsnprintf(buffer_ + length_, room, format, arguments);
     if (wanted < 0) {
         buffer_[length_] = '\0';
         complete_ = false;

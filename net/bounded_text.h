@@ -3,6 +3,7 @@
 #ifndef TARVO_NET_BOUNDED_TEXT_H
 #define TARVO_NET_BOUNDED_TEXT_H
 
+#include <cstdarg>
 #include <cstddef>
 #include <cstring>
 #include <string_view>
@@ -23,6 +24,8 @@ class TextBuilder
     TextBuilder &append(std::string_view text);
     TextBuilder &append(char c) { return append(std::string_view(&c, 1)); }
     TextBuilder &format(const char *format, ...) __attribute__((format(printf, 2, 3)));
+    TextBuilder &vformat(const char *format, va_list arguments)
+        __attribute__((format(printf, 2, 0)));
 
     bool complete() const { return complete_; }
     const char *text() const { return buffer_; }

@@ -5,7 +5,6 @@
 #define TARVO_NET_CONNECTION_H
 
 #include <atomic>
-#include <cstdarg>
 #include <cstdint>
 
 namespace tarvo::net
@@ -47,7 +46,8 @@ inline constexpr int kTransferFailed = -1;
 // readReply: the receive failed, or brought nothing.
 inline constexpr int kReplyReceiveFailed = -1;
 inline constexpr int kNoReply = -2;
-// sendCommand: the command did not go out whole.
+// A command was not sent: longer than kCommandSize - 1 bytes, or it did
+// not go out whole.
 inline constexpr int kCommandNotSent = -1;
 
 // A receive waits this many times one second at most.
@@ -84,12 +84,13 @@ void closeConnection(NetConn &conn, int32_t &sock);
 // end), skipping continuation lines; -1 receive error, -2 nothing received.
 int readReply(NetConn &conn, int sock);
 
-// Sends the command as text and returns readReply's result, or -1 when the
-// send did not complete.
+// Sends the command as text and returns readReply's result, or
+// kCommandNotSent.
 int sendCommand(NetConn &conn, int sock, const char *command);
-// The same for a printf-style command; one longer than kCommandSize - 1
-// bytes is not sent (-1).
-int sendCommandV(NetConn &conn, int sock, const char *format, va_list arguments);
+// The same for a printf-style command, whose result is also kept in
+// `reply` (the record's last reply code).
+int command(NetConn &conn, int sock, int32_t &reply, const char *format, ...)
+    __attribute__((format(printf, 4, 5)));
 
 } // namespace tarvo::net
 

@@ -132,17 +132,17 @@ int announceListener(FtpJob *job, const sockaddr_storage &listening)
         auto &ipv6 = reinterpret_cast<const sockaddr_in6 &>(listening);
         const unsigned char *a = ipv6.sin6_addr.s6_addr;
         auto port = reinterpret_cast<const unsigned char *>(&ipv6.sin6_port);
-        int reply =
-            ftpCommand(job, "LPRT 6,16,%u,%u,%u,%u,%u,%u,%u,%u,%u,%u,%u,%u,%u,%u,%u,%u,2,%u,%u\r\n",
-                       a[0], a[1], a[2], a[3], a[4], a[5], a[6], a[7], a[8], a[9], a[10], a[11],
-                       a[12], a[13], a[14], a[15], port[0], port[1]);
+        int reply = command(ftpConn, job->ctrlSock, job->reply,
+                            "LPRT 6,16,%u,%u,%u,%u,%u,%u,%u,%u,%u,%u,%u,%u,%u,%u,%u,%u,2,%u,%u\r\n",
+                            a[0], a[1], a[2], a[3], a[4], a[5], a[6], a[7], a[8], a[9], a[10],
+                            a[11], a[12], a[13], a[14], a[15], port[0], port[1]);
         return reply == 200 ? 0 : kFtpLongPort;
     }
     auto &ipv4 = reinterpret_cast<const sockaddr_in &>(listening);
     auto a = reinterpret_cast<const unsigned char *>(&ipv4.sin_addr);
     auto port = reinterpret_cast<const unsigned char *>(&ipv4.sin_port);
-    int reply =
-        ftpCommand(job, "PORT %u,%u,%u,%u,%u,%u\r\n", a[0], a[1], a[2], a[3], port[0], port[1]);
+    int reply = command(ftpConn, job->ctrlSock, job->reply, "PORT %u,%u,%u,%u,%u,%u\r\n", a[0],
+                        a[1], a[2], a[3], port[0], port[1]);
     return reply == 200 ? 0 : kFtpPort;
 }
 

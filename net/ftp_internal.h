@@ -45,10 +45,6 @@ enum FtpResult : int {
     kFtpTransferEnd = -506,
 };
 
-// Sends a printf-style command on the control connection, keeps the reply
-// code in job->reply and returns it (-1 when it was not sent).
-int ftpCommand(FtpJob *job, const char *format, ...) __attribute__((format(printf, 2, 3)));
-
 // Opens the data connection, passive or active as the job says: 0, or a
 // failure code (kLongPassiveRefused included).
 int openDataConnection(FtpJob *job);

@@ -12,15 +12,6 @@ namespace tarvo::net
 
 NetConn ftpConn{"ftp: ", 0, 0};
 
-int ftpCommand(FtpJob *job, const char *format, ...)
-{
-    va_list arguments;
-    va_start(arguments, format);
-    job->reply = sendCommandV(ftpConn, job->ctrlSock, format, arguments);
-    va_end(arguments);
-    return job->reply;
-}
-
 } // namespace tarvo::net
 
 using namespace tarvo::net;
@@ -37,13 +28,13 @@ int logIn(FtpJob *job)
     job->reply = readReply(ftpConn, job->ctrlSock);
     if (job->reply < 0)
         return kFtpGreeting;
-    if (ftpCommand(job, "USER %s\r\n", orEmpty(job->user)) != 331)
+    if (command(ftpConn, job->ctrlSock, job->reply, "USER %s\r\n", orEmpty(job->user)) != 331)
         return kFtpUser;
-    if (ftpCommand(job, "PASS %s\r\n", orEmpty(job->password)) != 230)
+    if (command(ftpConn, job->ctrlSock, job->reply, "PASS %s\r\n", orEmpty(job->password)) != 230)
         return kFtpPassword;
-    if (ftpCommand(job, "REST 0\r\n") < 0)
+    if (command(ftpConn, job->ctrlSock, job->reply, "REST 0\r\n") < 0)
         return kFtpRestart;
-    if (ftpCommand(job, "TYPE I\r\n") < 0)
+    if (command(ftpConn, job->ctrlSock, job->reply, "TYPE I\r\n") < 0)
         return kFtpType;
     return 0;
 }

@@ -17,15 +17,19 @@ constexpr int kDirectoryMade = 257;
 // the login directory, making the ones that are missing.
 bool enterWorkDir(FtpJob *job)
 {
-    if (ftpCommand(job, "CWD /%s\r\n", job->workDir) == kDirectoryChanged)
+    if (command(ftpConn, job->ctrlSock, job->reply, "CWD /%s\r\n", job->workDir) ==
+        kDirectoryChanged)
         return true;
     const char *name = job->workDir;
     for (const char *slash; (slash = strchr(name, '/')) != nullptr; name = slash + 1) {
         int length = int(slash - name);
-        if (ftpCommand(job, "CWD %.*s\r\n", length, name) == kDirectoryChanged)
+        if (command(ftpConn, job->ctrlSock, job->reply, "CWD %.*s\r\n", length, name) ==
+            kDirectoryChanged)
             continue;
-        if (ftpCommand(job, "MKD %.*s\r\n", length, name) != kDirectoryMade ||
-            ftpCommand(job, "CWD %.*s\r\n", length, name) != kDirectoryChanged)
+        if (command(ftpConn, job->ctrlSock, job->reply, "MKD %.*s\r\n", length, name) !=
+                kDirectoryMade ||
+            command(ftpConn, job->ctrlSock, job->reply, "CWD %.*s\r\n", length, name) !=
+                kDirectoryChanged)
             return false;
     }
     return true;
@@ -42,7 +46,7 @@ int store(FtpJob *job, char *data, int length)
         return failed;
     if (!isTerminated(job->fileName))
         return kFtpStore;
-    int stored = ftpCommand(job, "STOR %s\r\n", job->fileName);
+    int stored = command(ftpConn, job->ctrlSock, job->reply, "STOR %s\r\n", job->fileName);
     if (stored != 150 && stored != 125)
         return kFtpStore;
     if (!job->passive) {

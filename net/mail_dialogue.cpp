@@ -6,7 +6,6 @@
 #include "mail_internal.h"
 
 #include <cstdarg>
-#include <cstdio>
 #include <cstring>
 
 using namespace tarvo::net;
@@ -35,18 +34,6 @@ bool nonEmpty(const char *text)
     return text && text[0];
 }
 
-// Sends a command, keeps the reply code in job->reply and returns it (-1
-// when it was not sent).
-int command(MailJob *job, const char *format, ...) __attribute__((format(printf, 2, 3)));
-int command(MailJob *job, const char *format, ...)
-{
-    va_list arguments;
-    va_start(arguments, format);
-    job->reply = sendCommandV(mailConn, job->sock, format, arguments);
-    va_end(arguments);
-    return job->reply;
-}
-
 // Sends the base64 form of text as a command line.
 int base64Command(MailJob *job, const char *text)
 {
@@ -54,7 +41,8 @@ int base64Command(MailJob *job, const char *text)
     TextBuilder encoded(line);
     base64Encode(text, int(strlen(text)), encoded);
     encoded.append("\r\n");
-    return encoded.complete() ? command(job, "%s", line) : kCommandNotSent;
+    return encoded.complete() ? command(mailConn, job->sock, job->reply, "%s", line)
+                              : kCommandNotSent;
 }
 
 // Sends message text that gets no reply; false when not all of it went out.
@@ -69,11 +57,12 @@ bool sendLine(MailJob *job, const char *format, ...) __attribute__((format(print
 bool sendLine(MailJob *job, const char *format, ...)
 {
     char line[kCommandSize];
+    TextBuilder text(line);
     va_list arguments;
     va_start(arguments, format);
-    int wanted = vsnprintf(line, sizeof line, format, arguments);
+    text.vformat(format, arguments);
     va_end(arguments);
-    return wanted >= 0 && wanted < kCommandSize && sendText(job, std::string_view(line, wanted));
+    return text.complete() && sendText(job, std::string_view(line, size_t(text.length())));
 }
 
 // The subject without one trailing LF and then one trailing CR, unless
@@ -98,11 +87,11 @@ int logIn(MailJob *job)
     job->reply = readReply(mailConn, job->sock);
     if (job->reply < 0)
         return kMailGreeting;
-    if (command(job, "ehlo MAPI1.0\r\n") != 250)
+    if (command(mailConn, job->sock, job->reply, "ehlo MAPI1.0\r\n") != 250)
         return kMailHello;
     if (!job->auth)
         return 0;
-    if (command(job, "auth login\r\n") != 334)
+    if (command(mailConn, job->sock, job->reply, "auth login\r\n") != 334)
         return kMailAuth;
     if (base64Command(job, orEmpty(job->user)) != 334)
         return kMailUser;
@@ -113,13 +102,15 @@ int logIn(MailJob *job)
 
 int sendEnvelope(MailJob *job)
 {
-    if (command(job, "mail from: <%s>\r\n", orEmpty(job->from)) != 250)
+    if (command(mailConn, job->sock, job->reply, "mail from: <%s>\r\n", orEmpty(job->from)) != 250)
         return kMailFrom;
-    if (nonEmpty(job->to1) && command(job, "rcpt to: <%s>\r\n", job->to1) < 0)
+    if (nonEmpty(job->to1) &&
+        command(mailConn, job->sock, job->reply, "rcpt to: <%s>\r\n", job->to1) < 0)
         return kMailFirstRecipient;
-    if (nonEmpty(job->to2) && command(job, "rcpt to: <%s>\r\n", job->to2) < 0)
+    if (nonEmpty(job->to2) &&
+        command(mailConn, job->sock, job->reply, "rcpt to: <%s>\r\n", job->to2) < 0)
         return kMailSecondRecipient;
-    if (command(job, "data\r\n") < 0)
+    if (command(mailConn, job->sock, job->reply, "data\r\n") < 0)
         return kMailData;
     return 0;
 }
@@ -190,9 +181,9 @@ int sendAttachment(MailJob *job, const char *data, int length)
 
 int endMessage(MailJob *job)
 {
-    if (command(job, "%s", kMessageEnd) < 0)
+    if (command(mailConn, job->sock, job->reply, "%s", kMessageEnd) < 0)
         return kMailMessageEnd;
-    if (command(job, "quit\r\n") != 221)
+    if (command(mailConn, job->sock, job->reply, "quit\r\n") != 221)
         return kMailQuit;
     return 0;
 }

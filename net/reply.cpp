@@ -1,9 +1,10 @@
 // The three-digit reply reader of the FTP and e-mail clients, and commands
 // answered by one reply.
+#include "bounded_text.h"
 #include "connection.h"
 
 #include <cctype>
-#include <cstdio>
+#include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 
@@ -63,13 +64,16 @@ int sendCommand(NetConn &conn, int sock, const char *command)
     return readReply(conn, sock);
 }
 
-int sendCommandV(NetConn &conn, int sock, const char *format, va_list arguments)
+int command(NetConn &conn, int sock, int32_t &reply, const char *format, ...)
 {
-    char command[kCommandSize];
-    int length = vsnprintf(command, sizeof command, format, arguments);
-    if (length < 0 || length >= kCommandSize)
-        return kCommandNotSent;
-    return sendCommand(conn, sock, command);
+    char line[kCommandSize];
+    TextBuilder text(line);
+    va_list arguments;
+    va_start(arguments, format);
+    text.vformat(format, arguments);
+    va_end(arguments);
+    reply = text.complete() ? sendCommand(conn, sock, line) : kCommandNotSent;
+    return reply;
 }
 
 } // namespace tarvo::net

@@ -1,6 +1,7 @@
 // Trace lines of the connection layer's instances.
 #include "connection.h"
 
+#include <cstdarg>
 #include <cstdio>
 
 namespace tarvo::net
