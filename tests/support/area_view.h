@@ -3,7 +3,6 @@
 #ifndef TARVO_TESTS_AREA_VIEW_H
 #define TARVO_TESTS_AREA_VIEW_H
 
-#include <sys/ipc.h>
 #include <sys/shm.h>
 
 #include <cstdint>
@@ -13,9 +12,10 @@
 namespace tarvo::test
 {
 
+// A cell header's fields in their order; `at` is its distance from the
+// segment start.
 struct CellView {
-    uint32_t at; // distance from the segment start
-    uint32_t used, stay, state, seq, size, length, prev, next;
+    uint32_t at, used, stay, state, seq, size, length, prev, next;
 };
 
 class AreaView
@@ -23,15 +23,10 @@ class AreaView
   public:
     enum Word { Release, Error, CellCount, NoSkip, CellsBytes, WriteCell, FirstCell };
 
-    explicit AreaView(int key)
+    explicit AreaView(int key) : id_(shmget(key, 0, 0))
     {
-        int id = shmget(key, 0, 0);
-        shmid_ds status{};
-        if (id >= 0 && shmctl(id, IPC_STAT, &status) == 0) {
-            size_ = status.shm_segsz;
-            void *at = shmat(id, nullptr, 0);
-            base_ = at == reinterpret_cast<void *>(-1) ? nullptr : static_cast<uint8_t *>(at);
-        }
+        void *at = id_ < 0 ? nullptr : shmat(id_, nullptr, 0);
+        base_ = at == reinterpret_cast<void *>(-1) ? nullptr : static_cast<uint8_t *>(at);
     }
     ~AreaView()
     {
@@ -41,9 +36,12 @@ class AreaView
     AreaView(const AreaView &) = delete;
     AreaView &operator=(const AreaView &) = delete;
 
-    bool attached() const { return base_ != nullptr; }
-    size_t segmentSize() const { return size_; }
-
+    size_t segmentSize() const
+    {
+        shmid_ds status{};
+        shmctl(id_, IPC_STAT, &status);
+        return status.shm_segsz;
+    }
     uint32_t word(Word which) const
     {
         uint32_t value;
@@ -60,40 +58,26 @@ class AreaView
     }
     void setField(uint32_t at, uint32_t offset, uint32_t value)
     {
-        uint8_t *p = base_ + at + offset;
-        p[0] = uint8_t(value >> 24);
-        p[1] = uint8_t(value >> 16);
-        p[2] = uint8_t(value >> 8);
-        p[3] = uint8_t(value);
-    }
-
-    CellView cell(uint32_t at) const
-    {
-        return {at,
-                field(at, 0),
-                field(at, 4),
-                field(at, 8),
-                field(at, 12),
-                field(at, 16),
-                field(at, 20),
-                field(at, 24),
-                field(at, 28)};
+        for (int i = 0; i < 4; i++)
+            base_[at + offset + i] = uint8_t(value >> (24 - 8 * i));
     }
 
     // The chain from the first cell in memory order.
     std::vector<CellView> cells() const
     {
         std::vector<CellView> chain;
-        for (uint32_t at = word(FirstCell); at != 0 && chain.size() < 100000; at = field(at, 28))
-            chain.push_back(cell(at));
+        for (uint32_t at = word(FirstCell); at != 0 && chain.size() < 100000; at = field(at, 28)) {
+            chain.push_back({at, field(at, 0), field(at, 4), field(at, 8), field(at, 12),
+                             field(at, 16), field(at, 20), field(at, 24), field(at, 28)});
+        }
         return chain;
     }
 
     const uint8_t *payload(uint32_t at) const { return base_ + at + 32; }
 
   private:
+    int id_;
     uint8_t *base_ = nullptr;
-    size_t size_ = 0;
 };
 
 } // namespace tarvo::test
