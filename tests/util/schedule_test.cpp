@@ -59,17 +59,25 @@ class Schedules : public ::testing::Test
     Schedule *sd_ = nullptr;
 };
 
-TEST_F(Schedules, SpansIncludeBothEnds)
+TEST_F(Schedules, SpansIncludeBothEndsAndAReloadReadsTheFileAgain)
 {
     ASSERT_EQ(load("[alarm]\n1,08:00:00,17:00:00\n"), 1);
-    EXPECT_EQ(InSchedule(sd_, "alarm", at(kMonday, 8, 0, 0)), 1);
-    EXPECT_EQ(InSchedule(sd_, "alarm", at(kMonday, 17, 0, 0)), 1);
-    EXPECT_EQ(InSchedule(sd_, "alarm", at(kMonday, 7, 59, 59)), 0);
-    EXPECT_EQ(InSchedule(sd_, "alarm", at(kMonday, 17, 0, 1)), 0);
-    EXPECT_EQ(InSchedule(sd_, "alarm", at(kMonday + kDay, 12, 0, 0)), 0);
-    EXPECT_EQ(InSchedule(sd_, "other", at(kMonday, 9, 0, 0)), 0);
+    for (auto [when, inside] : {std::pair{at(kMonday, 8, 0, 0), 1},
+                                {at(kMonday, 17, 0, 0), 1},
+                                {at(kMonday, 7, 59, 59), 0},
+                                {at(kMonday, 17, 0, 1), 0},
+                                {at(kMonday + kDay, 12, 0, 0), 0}})
+        EXPECT_EQ(InSchedule(sd_, "alarm", when), inside) << when;
     EXPECT_EQ(InSchedule(sd_, "Alarm", at(kMonday, 9, 0, 0)), 0);
     EXPECT_EQ(InSchedule(nullptr, "alarm", at(kMonday, 9, 0, 0)), 0);
+
+    Schedule *first = sd_;
+    std::string always = "[alarm]\n";
+    for (int day = 0; day < 7; day++)
+        always += std::to_string(day) + ",00:00:00,23:59:59\n";
+    ASSERT_EQ(load(always), 1);
+    EXPECT_EQ(sd_, first);
+    EXPECT_EQ(InSchedule(sd_, "alarm", 0), 1) << "now, for time 0";
 }
 
 TEST_F(Schedules, SectionsKeepTheirOwnSpans)
@@ -107,25 +115,6 @@ TEST_F(Schedules, LongNamesAreCutAndLinesReadInPieces)
     // is a line of its own.
     ASSERT_EQ(load("[a]\n;" + std::string(62, 'x') + "1,08:00:00,09:00:00\n"), 1);
     EXPECT_EQ(InSchedule(sd_, "a", at(kMonday, 8, 30, 0)), 1);
-}
-
-TEST_F(Schedules, NowIsUsedForTimeZero)
-{
-    ASSERT_EQ(load("[always]\n0,00:00:00,23:59:59\n1,00:00:00,23:59:59\n2,00:00:00,23:59:59\n"
-                   "3,00:00:00,23:59:59\n4,00:00:00,23:59:59\n5,00:00:00,23:59:59\n"
-                   "6,00:00:00,23:59:59\n"),
-              1);
-    EXPECT_EQ(InSchedule(sd_, "always", 0), 1);
-}
-
-TEST_F(Schedules, ReloadReadsTheFileAgain)
-{
-    ASSERT_EQ(load("[a]\n1,08:00:00,09:00:00\n"), 1);
-    Schedule *first = sd_;
-    ASSERT_EQ(load("[a]\n1,10:00:00,11:00:00\n"), 1);
-    EXPECT_EQ(sd_, first);
-    EXPECT_EQ(InSchedule(sd_, "a", at(kMonday, 8, 30, 0)), 0);
-    EXPECT_EQ(InSchedule(sd_, "a", at(kMonday, 10, 30, 0)), 1);
 }
 
 struct BadFile {
