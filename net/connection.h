@@ -59,17 +59,19 @@ inline constexpr int kCommandSize = 512;
 
 enum class SendMode { Text, Binary, Silent };
 
-// A connected socket to host:port (IPv4 tried first, then IPv6), or -1.
+// A connected socket to host:port (IPv4 tried first, then IPv6), or
+// kNoSocket.
 int netConnect(NetConn &conn, const char *host, int port);
 
-// 0 when every byte went out, -1 on a socket error, or the count still
+// 0 when every byte went out, kTransferFailed on a socket error, or the count still
 // unsent when force stop interrupted it; length itself when it is below 1
 // or force stop was already raised (nothing is sent then).
 int netSend(NetConn &conn, int sock, const void *data, int length, SendMode mode);
 
 // Receive up to `capacity` bytes, until what arrived ends in CR LF, the peer
 // closes, or 100 one-second waits passed; buffer needs capacity + 1 bytes
-// and ends NUL-terminated.  The count, or -1 on error or force stop.
+// and ends NUL-terminated.  The count, or kTransferFailed on error or force
+// stop.
 int recvLine(NetConn &conn, int sock, char *buffer, int capacity);
 // As recvLine, and also stops once the buffer, read as a string from its
 // start, holds an empty line (the bytes after the new data included).
@@ -81,7 +83,7 @@ int netClose(NetConn &conn, int sock);
 void closeConnection(NetConn &conn, int32_t &sock);
 
 // The code of the next final reply line ("ddd" followed by a space or the
-// end), skipping continuation lines; -1 receive error, -2 nothing received.
+// end), skipping continuation lines; kReplyReceiveFailed or kNoReply.
 int readReply(NetConn &conn, int sock);
 
 // Sends the command as text and returns readReply's result, or
