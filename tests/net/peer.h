@@ -117,7 +117,8 @@ class LoopbackPort
 };
 
 // Takes one connection, says the answer to "" (the greeting), and answers
-// each line whose first word is in `answers` until the client closes.
+// each line found in `answers`, else by its first word, until the client
+// closes.
 class ScriptedPeer
 {
   public:
@@ -135,7 +136,10 @@ class ScriptedPeer
                 pending.append(chunk, size_t(got));
                 for (size_t end; (end = pending.find('\n')) != std::string::npos;
                      pending.erase(0, end + 1)) {
-                    auto answer = answers.find(pending.substr(0, pending.find_first_of(" \r\n")));
+                    std::string line = pending.substr(0, pending.find_first_of("\r\n"));
+                    auto answer = answers.count(line)
+                                      ? answers.find(line)
+                                      : answers.find(line.substr(0, line.find(' ')));
                     if (answer == answers.end() || answer->first.empty())
                         continue;
                     heard_ += (heard_.empty() ? "" : " ") + answer->first;

@@ -56,7 +56,7 @@ TEST(ScriptedPeers, EachRefusalAndHostileReplyGivesItsCode)
     const std::string in = "USER PASS REST TYPE CWD ", mailed = "ehlo auth Y2Ft c2VjcmV0 mail ";
     struct Case {
         char kind;                        // p/P passive over IPv4/IPv6, a/A active, m/M mail
-        std::vector<std::string> changes; // "VERB answer"
+        std::vector<std::string> changes; // "VERB answer" or "LINE answer"
         int result;
         std::string heard;
     };
@@ -75,6 +75,7 @@ TEST(ScriptedPeers, EachRefusalAndHostileReplyGivesItsCode)
         {'a', {}, -207, in + "PORT QUIT"},
         {'A', {}, -206, in + "LPRT QUIT"},
         {'a', {"PORT 200 ok"}, -503, in + "PORT STOR QUIT"},
+        {'p', {"CWD 550 no", "CWD /pub/ 250 there"}, -306, "USER PASS REST TYPE CWD /pub/ PASV QUIT"},
         {'p', {"CWD 550 no"}, -502, in + "CWD MKD QUIT"},
         {'p', {"CWD 550 no", "MKD 257 made"}, -502, in + "CWD MKD CWD QUIT"},
         {'M', {"rcpt 550 no such user"}, 0, mailed + "rcpt data . quit"},
@@ -88,9 +89,12 @@ TEST(ScriptedPeers, EachRefusalAndHostileReplyGivesItsCode)
     for (const Case &c : cases) {
         bool mail = tolower(c.kind) == 'm';
         ScriptedPeer::Answers answers = mail ? kSmtp : kFtp;
-        for (const std::string &change : c.changes)
-            answers[change.substr(0, change.find(' '))] =
-                change.substr(change.find(' ') + 1) + "\r\n";
+        for (const std::string &change : c.changes) {
+            size_t space = change.find(' '); // the one before the answer's code
+            while (!isdigit(change[space + 1]))
+                space = change.find(' ', space + 1);
+            answers[change.substr(0, space)] = change.substr(space + 1) + "\r\n";
+        }
         ScriptedPeer peer(isupper(c.kind) ? AF_INET6 : AF_INET, answers);
         int result = mail ? mailTransfer(peer.host(), peer.port(), "cam", "secret", 0).result
                           : ftpAgainst(peer, tolower(c.kind) == 'p');
