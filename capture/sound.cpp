@@ -1,7 +1,6 @@
 // The microphone through the Open Sound System, named by its descriptor.
 #include "tarvo/sound.h"
 
-#include "guards.h"
 #include "util/descriptor.h"
 
 #include <cerrno>
