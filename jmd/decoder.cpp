@@ -28,7 +28,7 @@ void jmd_reset(JmdState &s, const void *frame, uint32_t length, void *map)
 int jmd_read_header(JmdState &s)
 {
     jmd_reset_marker_reader(s);
-    if (jmd_read_markers(s) != 1) {
+    if (jmd_read_markers(s) != kScanReached) {
         std::puts("JMD: read header fail!");
         return -1;
     }
@@ -48,12 +48,9 @@ uint16_t quantiserFor(const JmdState &s, int32_t table)
 void jmd_start_decompress(JmdState &s)
 {
     JmdComponent &first = firstScanComponent(s);
-    first.dct_size = 8;
     first.dc_quant = quantiserFor(s, first.quant_tbl_no);
     s.out_count = 0;
     s.mcu_ctr = 0;
-    s.mcu_rows_per_group = 1;
-    s.mcu_vert_offset = 0;
     jmd_setup_mcu(s);
     jmd_start_huffman(s);
     // The first frame component, which is the scan's first for the
@@ -64,7 +61,7 @@ void jmd_start_decompress(JmdState &s)
 
 int jmd_scanlines(JmdState &s)
 {
-    if (jmd_decode_mcu_row(s) != 0)
+    if (jmd_decode_mcu_row(s) != kRowSuspended)
         return 0;
     std::printf("JMD: decompress fail at MCU row: %d\n", int(s.mcu_row));
     s.mcu_row = s.total_mcu_rows;

@@ -140,7 +140,6 @@ void jmd_start_huffman(JmdState &s)
 // marker unless another marker is still pending.
 int jmd_restart(JmdState &s)
 {
-    s.discarded_bytes += uint32_t(s.bits_left / 8);
     s.bits_left = 0;
     if (!jmd_read_restart_marker(s))
         return 0;

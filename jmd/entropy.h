@@ -59,7 +59,7 @@ class EntropyDecoder
 {
   public:
     explicit EntropyDecoder(JmdState &s);
-    // jmd_decode_mcu for `count` MCUs in turn: restart when due, skip after
+    // Decodes `count` MCUs in turn: restart when due, skip after
     // insufficient data (DC values 0), else decode.  Returns the MCUs done
     // before the input ran out: `count` when it did not.
     int decodeMcus(McuDc *dc, int count);

@@ -52,7 +52,7 @@ class PlainMcu
     uint32_t predictor;
 };
 
-// jmd_fill_bits: with no marker pending, read bytes until 25 bits are held
+// With no marker pending, read bytes until 25 bits are held
 // (0xFF 0x00 is the data byte 0xFF, 0xFF before anything else a marker,
 // which stops the reading).  With a marker pending, bits wanted beyond those
 // held are zeros and mark the data as insufficient.  0 when the input ends
@@ -97,7 +97,7 @@ int PlainMcu::fillBits(int nbits)
     return 1;
 }
 
-// jmd_decode_symbol: the code bit by bit from minBits on; -1 when the input
+// The code bit by bit from minBits on; -1 when the input
 // ran out.
 int PlainMcu::decodeSymbol(uint8_t table, int minBits)
 {

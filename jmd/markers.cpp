@@ -33,6 +33,24 @@ int takeWord(JmdState &s)
     return high << 8 | takeByte(s);
 }
 
+// The next byte into `value`; false, with nothing consumed, when the input
+// ran out.  Each segment reader reads its fields through these.
+bool readByte(JmdState &s, int32_t &value)
+{
+    if (!have(s, 1))
+        return false;
+    value = takeByte(s);
+    return true;
+}
+
+bool readWord(JmdState &s, int32_t &value)
+{
+    if (!have(s, 2))
+        return false;
+    value = takeWord(s);
+    return true;
+}
+
 // The first marker of a frame: the second of the next two bytes, unchecked.
 int jmd_read_first_marker(JmdState &s)
 {
@@ -53,8 +71,6 @@ int jmd_scan_marker(JmdState &s)
             if (!have(s, 1))
                 return 0;
             c = takeByte(s);
-            if (c != 0xFF)
-                s.discarded_bytes++;
         } while (c != 0xFF);
         do {
             if (!have(s, 1))
@@ -63,10 +79,8 @@ int jmd_scan_marker(JmdState &s)
         } while (c == 0xFF);
         if (c != 0) {
             s.unread_marker = c;
-            s.discarded_bytes = 0;
             return 1;
         }
-        s.discarded_bytes += 2;
     }
 }
 
@@ -84,32 +98,20 @@ int jmd_read_frame(JmdState &s)
     if (!have(s, 2))
         return 0;
     jmd_skip_input_data(s, 3);
-    if (!have(s, 2))
+    if (!readWord(s, s.image_height) || !readWord(s, s.image_width) ||
+        !readByte(s, s.num_components))
         return 0;
-    s.image_height = takeWord(s);
-    if (!have(s, 2))
-        return 0;
-    s.image_width = takeWord(s);
-    if (!have(s, 1))
-        return 0;
-    s.num_components = takeByte(s);
     for (int i = 0; i < s.num_components; i++) {
         JmdComponent ignored;
         JmdComponent &c = i < kMaxComponents ? s.comp[i] : ignored;
-        c.component_index = i;
-        if (!have(s, 1))
+        int32_t factors;
+        if (!readByte(s, c.component_id) || !readByte(s, factors))
             return 0;
-        c.component_id = takeByte(s);
-        if (!have(s, 1))
-            return 0;
-        int factors = takeByte(s);
         c.h_samp_factor = factors >> 4;
         c.v_samp_factor = factors & 15;
-        if (!have(s, 1))
+        if (!readByte(s, c.quant_tbl_no))
             return 0;
-        c.quant_tbl_no = takeByte(s);
     }
-    s.saw_SOF = 1;
     return 1;
 }
 
@@ -157,25 +159,25 @@ void storeHuffTable(JmdState &s, JmdHuffTable &stored, const JmdHuffTable &table
 // DHT: any number of tables, each stored whole once read.
 int jmd_read_huffman(JmdState &s)
 {
-    if (!have(s, 2))
+    int32_t remaining;
+    if (!readWord(s, remaining))
         return 0;
-    int32_t remaining = takeWord(s) - 2;
+    remaining -= 2;
     while (remaining >= 17) {
         JmdHuffTable table = {};
-        if (!have(s, 1))
+        int32_t index, count, symbol;
+        if (!readByte(s, index))
             return 0;
-        int index = takeByte(s);
         int total = 0;
         for (int length = 1; length <= 16; length++) {
-            if (!have(s, 1))
+            if (!readByte(s, count))
                 return 0;
-            table.counts[length] = uint8_t(takeByte(s));
-            total += table.counts[length];
+            table.counts[length] = uint8_t(count);
+            total += count;
         }
         for (int i = 0; i < total; i++) {
-            if (!have(s, 1))
+            if (!readByte(s, symbol))
                 return 0;
-            int symbol = takeByte(s);
             if (i < 256)
                 table.symbols[i] = uint8_t(symbol);
         }
@@ -193,9 +195,10 @@ int jmd_read_huffman(JmdState &s)
 // DQT: only each table's first (DC) value is kept, read as one byte.
 int jmd_read_quant(JmdState &s)
 {
-    if (!have(s, 2))
+    int32_t remaining;
+    if (!readWord(s, remaining))
         return 0;
-    int32_t remaining = takeWord(s) - 2;
+    remaining -= 2;
     while (remaining > 0) {
         if (!have(s, 2))
             return 0;
@@ -218,9 +221,9 @@ int jmd_read_restart_interval(JmdState &s)
 
 int jmd_skip_segment(JmdState &s)
 {
-    if (!have(s, 2))
+    int32_t length;
+    if (!readWord(s, length))
         return 0;
-    int32_t length = takeWord(s);
     if (length - 2 >= 1)
         jmd_skip_input_data(s, length - 2);
     return 1;
@@ -228,7 +231,7 @@ int jmd_skip_segment(JmdState &s)
 
 int restartMarker(unsigned number)
 {
-    return 0xD0 + int(number & 7);
+    return kRst0 + int(number & 7);
 }
 
 } // namespace
@@ -244,8 +247,6 @@ void jmd_reset_marker_reader(JmdState &s)
 {
     s.unread_marker = 0;
     s.saw_SOI = 0;
-    s.saw_SOF = 0;
-    s.discarded_bytes = 0;
 }
 
 int jmd_read_markers(JmdState &s)
@@ -254,44 +255,44 @@ int jmd_read_markers(JmdState &s)
         if (s.unread_marker == 0) {
             int fetched = s.saw_SOI ? jmd_scan_marker(s) : jmd_read_first_marker(s);
             if (!fetched)
-                return 0;
+                return kInputEnded;
         }
         int handled = 1;
         switch (s.unread_marker) {
-        case 0xC0:
-        case 0xC1:
-        case 0xC2:
+        case kSof0:
+        case kSof1:
+        case kSof2:
             handled = jmd_read_frame(s);
             break;
-        case 0xC4:
+        case kDht:
             handled = jmd_read_huffman(s);
             break;
-        case 0xCC:
-        case 0xDC:
+        case kDac:
+        case kDnl:
             handled = jmd_skip_segment(s);
             break;
-        case 0xD8:
+        case kSoi:
             handled = jmd_read_soi(s);
             break;
-        case 0xD9:
+        case kEoi:
             s.unread_marker = 0;
-            return 2;
-        case 0xDA:
+            return kImageEnded;
+        case kSos:
             if (!jmd_read_scan(s))
-                return 0;
+                return kInputEnded;
             s.unread_marker = 0;
-            return 1;
-        case 0xDB:
+            return kScanReached;
+        case kDqt:
             handled = jmd_read_quant(s);
             break;
-        case 0xDD:
+        case kDri:
             handled = jmd_read_restart_interval(s);
             break;
         default:
             break;
         }
         if (!handled)
-            return 0;
+            return kInputEnded;
         s.unread_marker = 0;
     }
 }
@@ -316,9 +317,9 @@ int jmd_resync_to_restart(JmdState &s, int desired)
     for (;;) {
         int marker = s.unread_marker;
         bool drop;
-        if (marker < 0xC0)
+        if (marker < kSof0)
             drop = true;
-        else if (marker < 0xD0 || marker > 0xD7)
+        else if (marker < kRst0 || marker > kRst7)
             return 1;
         else if (marker == restartMarker(unsigned(desired) + 1) ||
                  marker == restartMarker(unsigned(desired) + 2))

@@ -52,7 +52,6 @@ void jmd_init_clamp_table(JmdState &s)
 void jmd_setup_mcu(JmdState &s)
 {
     s.mcus_per_row = uint32_t(jmd_ceil_div(s.image_width, 16));
-    s.mcu_rows_in_scan = jmd_ceil_div(s.image_height, 8);
     s.blocks_in_MCU = 0;
     bool fits = s.comps_in_scan <= kMaxComponents;
     for (int i = 0; i < std::min(s.comps_in_scan, kMaxComponents); i++) {
@@ -61,7 +60,6 @@ void jmd_setup_mcu(JmdState &s)
         c.mcu_height = c.v_samp_factor;
         c.mcu_blocks = c.mcu_width * c.mcu_height;
         if (i == 0) {
-            c.mcu_sample_width = c.mcu_width * c.dct_size;
             if (c.mcu_width == 0 || c.mcu_height == 0) {
                 fits = false;
             } else {
@@ -87,7 +85,7 @@ void jmd_setup_mcu(JmdState &s)
 // A row whose MCU layout does not fit, or that has no MCUs, decodes and
 // writes nothing.  Map bytes beyond ceil(width / 8) x ceil(height / 8) of
 // the frame's size are dropped.
-int jmd_decode_mcu_row(JmdState &s)
+RowResult jmd_decode_mcu_row(JmdState &s)
 {
     const uint32_t last_col = s.mcus_per_row - 1;
     const uint32_t last_row = s.total_mcu_rows - 1;
@@ -111,19 +109,14 @@ int jmd_decode_mcu_row(JmdState &s)
             if (decoded < count) {
                 entropy.finish();
                 s.mcu_ctr = column;
-                s.mcu_vert_offset = 0;
-                return 0;
+                return kRowSuspended;
             }
         }
         entropy.finish();
     }
     s.mcu_ctr = 0;
     s.mcu_row++;
-    if (s.mcu_row >= s.total_mcu_rows)
-        return 4;
-    s.mcu_rows_per_group = 1;
-    s.mcu_vert_offset = 0;
-    return 3;
+    return s.mcu_row >= s.total_mcu_rows ? kScanDone : kRowDone;
 }
 
 } // namespace tarvo::jmd

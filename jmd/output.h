@@ -10,9 +10,15 @@ namespace tarvo::jmd
 void jmd_init_clamp_table(JmdState &s);
 void jmd_setup_mcu(JmdState &s);
 
-// Decodes MCU row mcu_row: 3 = done and more rows follow, 4 = last row
-// done, 0 = the input ran out.
-int jmd_decode_mcu_row(JmdState &s);
+// What decoding an MCU row came to.
+enum RowResult : int {
+    kRowSuspended = 0, // the input ran out
+    kRowDone = 3,      // more rows follow
+    kScanDone = 4      // that was the last row
+};
+
+// Decodes MCU row mcu_row.
+RowResult jmd_decode_mcu_row(JmdState &s);
 
 } // namespace tarvo::jmd
 

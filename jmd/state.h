@@ -27,17 +27,14 @@ inline constexpr uint8_t kEmptyTable = 2 * kHuffTables;
 
 struct JmdComponent {
     int32_t component_id;
-    int32_t component_index;
     int32_t h_samp_factor;
     int32_t v_samp_factor;
     int32_t quant_tbl_no;
     int32_t dc_tbl_no;
     int32_t ac_tbl_no;
-    int32_t dct_size;
     int32_t mcu_width;
     int32_t mcu_height;
     int32_t mcu_blocks;
-    int32_t mcu_sample_width;
     int32_t last_col_width;
     int32_t last_row_height;
     int32_t dc_multiplier; // 4 x dc_quant; dc_quant comes from one byte, so at most 1020
@@ -69,7 +66,6 @@ struct JmdState {
     uint32_t mcu_row;
     uint32_t total_mcu_rows;
     uint32_t mcus_per_row;
-    int32_t mcu_rows_in_scan;
     int32_t restart_interval;
     int32_t mcu_membership[kMaxBlocks];
     uint16_t dc_quant[kQuantTables];
@@ -81,13 +77,9 @@ struct JmdState {
     uint32_t src_length;
     uint32_t bytes_left;
     const uint8_t *src_start;
-    int32_t mcu_vert_offset;
-    int32_t mcu_rows_per_group;
     uint32_t mcu_ctr;
     int32_t saw_SOI;
-    int32_t saw_SOF;
     int32_t next_restart_num;
-    uint32_t discarded_bytes;
     int32_t restarts_to_go;
     int32_t insufficient_data;
     // The entropy bit buffer: its low bits_left bits (up to 64) are valid,
