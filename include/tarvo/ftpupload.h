@@ -35,6 +35,10 @@
  * An LPSV answered with anything but 228 ends ftpWrite with the result it
  * had (0 after a login), uploading nothing.
  *
+ * Over IPv6 the data connection needs LPSV (passive) or LPRT (active); many
+ * servers answer both with 500.  A passive upload then returns 0 and stores
+ * nothing, an active one returns -206.
+ *
  * Every command is formatted into a 512-byte line; one that would be longer
  * (a long user name, password, directory or file name) is not sent and
  * fails its step with the code above.

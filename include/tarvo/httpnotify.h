@@ -70,7 +70,8 @@ TARVO_API int httpForceStop(void);
  * once go on being sent until the caller empties auth.  A non-empty url is
  * expanded into path: "#s" is the URL-encoded event, "#m" the URL-encoded
  * message ("error" when it is null or empty), "#t" the URL-encoded local
- * time "MM/DD/YYYY hh:mm:ss"; any other "#" stays as it is.  An empty url
+ * time "MM/DD/YYYY hh:mm:ss"; any other "#" stays as it is (also a "#"
+ * inside the event or message, which some servers refuse with 400).  An empty url
  * sends path as the caller left it.  Then download() runs and the
  * connection is closed.
  *
@@ -84,7 +85,8 @@ TARVO_API int httpNotify(HttpJob *job);
 
 /*
  * Connects to host:port (result -101 on failure) and sends, from buf,
- * "GET <path> HTTP/1.1", "Host: <host>" (no port) and, when auth is
+ * "GET <path> HTTP/1.1", "Host: <host>" (no port, and an IPv6 literal
+ * without brackets, which many servers answer with 400) and, when auth is
  * non-empty, "Authorization: <auth>", each ended by CR LF, then an empty
  * line.  A failed or force-stopped send, or a request longer than
  * HTTP_BUF_SIZE - 1 bytes, gives -102.  Otherwise result = 0 whatever the

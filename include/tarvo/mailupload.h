@@ -18,6 +18,9 @@
  * only a signal to the calling thread, caught by a handler installed
  * without SA_RESTART, ends it (the step then fails).
  *
+ * The message carries no Date and no Message-ID header, and receiving
+ * servers do not add them: spam filters may mark such mail down.
+ *
  * Result codes, stored in result:
  *   -101 connect (also a server name longer than MAIL_TEXT_SIZE - 1 bytes)
  *   -102 no greeting  -103 "ehlo" not answered 250
