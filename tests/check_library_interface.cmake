@@ -1,17 +1,27 @@
-# Compares the dynamic symbols libTarvo.so defines with the interface lists
-# and checks that the C library is its only NEEDED entry and that its
-# SONAME is libTarvo.so.1.
+# Compares the dynamic symbols libTarvo.so defines with the interface lists,
+# checks that each carries the version TARVO_1, that the C library is its
+# only NEEDED entry and that its SONAME is libTarvo.so.1.
 execute_process(COMMAND ${NM} -D --defined-only ${LIBRARY} OUTPUT_VARIABLE symbols
                 COMMAND_ERROR_IS_FATAL ANY)
 string(REGEX MATCHALL "[^\n]+" lines "${symbols}")
 set(exported "")
+set(unversioned "")
 foreach(line IN LISTS lines)
-  string(REGEX REPLACE "^[0-9a-fA-F]* *[A-Za-z] " "" name "${line}")
-  # Section bounds the linker defines for coverage counters are not ours.
-  if(NOT name MATCHES "^__(start|stop)_")
-    list(APPEND exported ${name})
+  string(REGEX REPLACE "^[0-9a-fA-F]* *[A-Za-z] " "" symbol "${line}")
+  string(REGEX REPLACE "@.*" "" name "${symbol}")
+  # Section bounds the linker defines for coverage counters are not ours,
+  # and the version's own definition is no function.
+  if(name MATCHES "^__(start|stop)_" OR line MATCHES " A TARVO_1$")
+    continue()
+  endif()
+  list(APPEND exported ${name})
+  if(NOT symbol MATCHES "@@?TARVO_1$")
+    list(APPEND unversioned ${symbol})
   endif()
 endforeach()
+if(unversioned)
+  message(FATAL_ERROR "exported without the version TARVO_1: ${unversioned}")
+endif()
 list(SORT exported)
 
 file(GLOB lists ${EXPECTED_DIR}/*.txt)
