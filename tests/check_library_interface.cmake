@@ -11,7 +11,7 @@ foreach(line IN LISTS lines)
   string(REGEX REPLACE "@.*" "" name "${symbol}")
   # Section bounds the linker defines for coverage counters are not ours,
   # and the version's own definition is no function.
-  if(name MATCHES "^__(start|stop)_" OR line MATCHES " A TARVO_1$")
+  if(name MATCHES "^__(start|stop)_" OR line MATCHES " A TARVO_1(@@TARVO_1)?$")
     continue()
   endif()
   list(APPEND exported ${name})

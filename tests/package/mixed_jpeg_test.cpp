@@ -12,27 +12,14 @@
 
 using namespace tarvo::test::jpeg;
 
-namespace
-{
-
 constexpr int kWidth = 160, kHeight = 96;
-
-// A picture with brightness changing from block to block.
-Bytes picture()
-{
-    Bytes rgb(size_t(kWidth) * kHeight * 3);
-    for (size_t i = 0; i < rgb.size(); i++) {
-        size_t pixel = i / 3, x = pixel % kWidth, y = pixel / kWidth;
-        rgb[i] = uint8_t(x * 3 + y * 2 + (i % 3) * 40);
-    }
-    return rgb;
-}
-
-} // namespace
 
 TEST(BothLibraries, EachDecoderReachesItsOwnFunctions)
 {
-    Bytes frame = encode422(picture(), kWidth, kHeight, {75, 0, false});
+    Bytes rgb(size_t(kWidth) * kHeight * 3); // brightness changing from block to block
+    for (size_t i = 0; i < rgb.size(); i++)
+        rgb[i] = uint8_t(i / 3 % kWidth * 3 + i / 3 / kWidth * 2 + i % 3 * 40);
+    Bytes frame = encode422(rgb, kWidth, kHeight, {75, 0, false});
     static JmdContext context;
     JpegMDInitial(&context);
     Bytes expected = blockMap(frame);
