@@ -127,7 +127,7 @@ int serve(const CommandLine &line, int key, long count, bool answering, long ans
     std::fprintf(stderr, "tarvo-msg: waiting on key %d (%s)\n", key,
                  existed ? "an existing channel" : "made here");
     int status = kExitOk;
-    for (long received = 0; count == 0 || received < count; received++) {
+    for (long received = 0; lastSignal == 0 && (count == 0 || received < count); received++) {
         alarm(unsigned(timeout));
         int result = msgWaitUser(channel, 1);
         alarm(0);
@@ -152,10 +152,18 @@ int serve(const CommandLine &line, int key, long count, bool answering, long ans
         std::printf("\n");
         std::fflush(stdout);
     }
-    if (existed)
+    if (existed) {
         msgDetach(channel);
-    else
-        msgRelease(channel);
+        return status;
+    }
+    // Removal waits for the query lock, which a client keeps until its
+    // answer comes; one that nobody here answered may wait for ever.
+    if (!answering && sfLocked(channel->queryLock) == 1)
+        std::fprintf(stderr,
+                     "tarvo-msg: a query on key %d waits for its answer; the channel goes "
+                     "once it gives up (interrupt again to leave the channel's lock)\n",
+                     key);
+    msgRelease(channel);
     return status;
 }
 
@@ -264,7 +272,9 @@ int main(int argc, char **argv)
         return line.usageError("say what to do: inform, event, query or wait");
     catchSignals();
     const char *verb = words[0];
-    if (std::strcmp(verb, "wait") == 0 && given == 1)
+    if (std::strcmp(verb, "wait") == 0 && given > 1)
+        return line.usageError("wait takes no COMMAND or VALUE");
+    if (std::strcmp(verb, "wait") == 0)
         return serve(line, int(key), count, answering, answer, timeout < 0 ? 0 : timeout);
 
     long command = 0, value = 0;

@@ -1,5 +1,6 @@
 // tarvo-rbstat: a ring buffer's header and chain of cells, or, with --watch,
-// its frame rate and frame sizes as they go by; it only ever reads.
+// its frame rate and frame sizes as they go by; it changes nothing in the
+// segment.
 #include "cli.h"
 #include "ring_segment.h"
 
@@ -72,8 +73,8 @@ bool takeCopy(const CommandLine &tool, const RingSegment &segment, int key, Ring
 
 void printRing(int key, const RingSegment &segment, const RingCopy &ring)
 {
-    std::printf("ring key %d (0x%x): segment %u bytes, %d processes attached\n", key, unsigned(key),
-                segment.size(), segment.attachedProcesses());
+    std::printf("ring key %d (0x%x): segment %u bytes, %d processes attached (this one too)\n", key,
+                unsigned(key), segment.size(), segment.attachedProcesses());
     std::printf("area: %u cells, %u cell bytes, noSkip %u, error %u, write position at %u, "
                 "writer lock %s\n",
                 ring.cellCount, ring.cellsBytes, ring.noSkip, ring.error, ring.writeCell,
@@ -237,6 +238,8 @@ int main(int argc, char **argv)
             return kExitUsage;
         }
     }
+    if (seconds > 0 && !watching)
+        return line.usageError("--seconds goes with --watch");
     if (keyGiven == (profile >= 0))
         return line.usageError("give either --key or --profile");
     if (profile >= 0)
