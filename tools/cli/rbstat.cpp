@@ -122,21 +122,21 @@ double secondsBetween(const timespec &from, const timespec &to)
     return double(to.tv_sec - from.tv_sec) + double(to.tv_nsec - from.tv_nsec) / 1e9;
 }
 
-// Frames newer than `newest` in the copy go into the tally; returns the
-// newest number now in the ring.  Numbering that went back (the writer
-// restarted or reset the ring) starts the count afresh.
-uint32_t tallyNewFrames(const RingCopy &ring, uint32_t newest, Tally &tally)
+// The highest frame number in the copy; 0 when it holds no frame.
+uint32_t newestFrame(const RingCopy &ring)
 {
-    uint32_t now = 0;
+    uint32_t newest = 0;
     for (const CellCopy &cell : ring.cells)
-        if (holdsFrame(cell) && cell.seq > now)
-            now = cell.seq;
-    if (now < newest)
-        newest = 0;
+        if (holdsFrame(cell) && cell.seq > newest)
+            newest = cell.seq;
+    return newest;
+}
+
+void tallyFramesAfter(const RingCopy &ring, uint32_t newest, Tally &tally)
+{
     for (const CellCopy &cell : ring.cells)
         if (holdsFrame(cell) && cell.seq > newest)
             tally.add(cell.length);
-    return now;
 }
 
 void printWatchLine(const RingCopy &ring, double framesPerSecond, uint32_t newest,
@@ -165,8 +165,7 @@ int watch(const CommandLine &line, const RingSegment &segment, int key, long sec
     RingCopy ring;
     if (!takeCopy(line, segment, key, ring))
         return kExitFailure;
-    Tally framesBefore;
-    uint32_t newest = tallyNewFrames(ring, 0, framesBefore);
+    uint32_t newest = newestFrame(ring);
     timespec lineStart;
     clock_gettime(CLOCK_MONOTONIC, &lineStart);
     uint32_t lineStartNewest = newest;
@@ -177,9 +176,10 @@ int watch(const CommandLine &line, const RingSegment &segment, int key, long sec
             nanosleep(&pause, nullptr);
             if (!takeCopy(line, segment, key, ring))
                 return kExitFailure;
-            uint32_t now = tallyNewFrames(ring, newest, tally);
-            if (now < newest)
-                lineStartNewest = 0;
+            uint32_t now = newestFrame(ring);
+            if (now < newest) // numbering restarted: a new writer, or a reset
+                newest = lineStartNewest = 0;
+            tallyFramesAfter(ring, newest, tally);
             newest = now;
         }
         timespec lineEnd;
@@ -201,7 +201,7 @@ int attachFailure(const CommandLine &line, Attach result, int key, const RingSeg
         return line.failure("no access to the ring buffer with key %d: run as its writer's user "
                             "or as root",
                             key);
-    case Attach::kTooSmall:
+    case Attach::kWrongSize:
         return line.failure("the segment with key %d is %u bytes, too small or too large for a "
                             "ring buffer: is the key right? (ipcs -m)",
                             key, segment.size());

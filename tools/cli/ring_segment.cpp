@@ -83,9 +83,9 @@ Attach RingSegment::attach(int key)
     shmid_ds status;
     if (shmctl(id_, IPC_STAT, &status) != 0)
         return errno == EACCES ? Attach::kNotAllowed : Attach::kFailed;
-    if (status.shm_segsz < kAreaHeaderSize + kCellHeaderSize || status.shm_segsz > INT_MAX)
-        return Attach::kTooSmall;
-    size_ = uint32_t(status.shm_segsz);
+    size_ = status.shm_segsz > INT_MAX ? UINT32_MAX : uint32_t(status.shm_segsz);
+    if (size_ < kAreaHeaderSize + kCellHeaderSize || size_ > INT_MAX)
+        return Attach::kWrongSize;
     void *base = shmat(id_, nullptr, SHM_RDONLY);
     if (base == reinterpret_cast<void *>(-1))
         return errno == EACCES ? Attach::kNotAllowed : Attach::kFailed;

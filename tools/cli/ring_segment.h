@@ -26,7 +26,7 @@ struct RingCopy {
     int writerLockHeld;          // 1 a frame is being written, 0 not, -1 no writer lock
 };
 
-enum class Attach { kAttached, kNoSegment, kNotAllowed, kTooSmall, kFailed };
+enum class Attach { kAttached, kNoSegment, kNotAllowed, kWrongSize, kFailed };
 
 class RingSegment
 {
