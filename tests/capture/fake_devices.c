@@ -1,73 +1,34 @@
-/* The C library entry points of the fake devices: calls on the fake camera
- * and sound device are recorded and answered here, all others passed on. */
+/* The C library entry points of the fake devices. */
 #define _GNU_SOURCE
 #include "fake_devices.h"
 
-#include "fake_camera.h"
+#include "legacy_uvc.h"
 
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <linux/uvcvideo.h>
 #include <stdarg.h>
-#include <stdlib.h>
 #include <string.h>
-#include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/select.h>
 #include <sys/soundcard.h>
-#include <unistd.h>
-
-#define CAMERA_PATH "/dev/video0"
-#define SOUND_PATH "/dev/dsp0"
 
 /* The C library's own function of the same name. */
-#define REAL(name) ((__typeof__(&name))realFunction(#name))
+#define REAL(name) ((__typeof__(&name))dlsym(RTLD_NEXT, #name))
 
-static FakeDevices *fake;
+/* The camera's extension-unit control as it must be registered (unit 6). */
+static const struct uvc_xu_control_info cameraControl = {
+    "\xb0\xd0\xbb\x68\xa4\x61\x83\x4b\x90\xb7\xa6\x21\x5f\x3c\x4f\x70", 5, 6, 11,
+    UVC_CTRL_FLAG_SET_CUR | UVC_CTRL_FLAG_GET_CUR};
 
-static void *realFunction(const char *name)
-{
-    void *function = dlsym(RTLD_NEXT, name);
-    if (function == NULL)
-        abort();
-    return function;
-}
+static FakeDevices fake = {.fds = {-1, -1, -1}};
 
+/* The devices as they come up: closed, with frames of 1000 bytes. */
 FakeDevices *fakeDevicesReset(void)
 {
-    uint8_t *memory[FAKE_BUFFER_COUNT];
-    memcpy(memory, fake->memory, sizeof memory);
-    memset(fake, 0, sizeof *fake);
-    memcpy(fake->memory, memory, sizeof memory);
-    fake->capabilities = V4L2_CAP_VIDEO_CAPTURE | V4L2_CAP_STREAMING;
-    fake->frameBytes = 1000;
-    fake->videoFd = -1;
-    fake->soundFd = -1;
-    return fake;
-}
-
-/* The state, made on first use: possibly from another object's constructor,
- * at the latest from this object's, before a test forks, so that its
- * children share the devices. */
-static FakeDevices *devices(void)
-{
-    if (fake != NULL)
-        return fake;
-    FakeDevices *state =
-        REAL(mmap)(NULL, sizeof *state, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    uint8_t *memory = REAL(mmap)(NULL, FAKE_BUFFER_COUNT * FAKE_BUFFER_LENGTH,
-                                 PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (state == MAP_FAILED || memory == MAP_FAILED)
-        abort();
-    for (int index = 0; index < FAKE_BUFFER_COUNT; index++)
-        state->memory[index] = memory + index * FAKE_BUFFER_LENGTH;
-    fake = state;
-    return fakeDevicesReset();
-}
-
-__attribute__((constructor)) static void createDevices(void)
-{
-    devices();
+    fake = (FakeDevices){.frameBytes = 1000, .fds = {-1, -1, -1}};
+    return &fake;
 }
 
 static int refuse(int error)
@@ -76,79 +37,130 @@ static int refuse(int error)
     return -1;
 }
 
-static void record(int kind, unsigned long request)
+/* Whether a test asked this call of `call` to fail; sets errno then. */
+static int failing(unsigned long call)
 {
-    if (fake->callCount < FAKE_MAX_CALLS)
-        fake->calls[fake->callCount++] = (FakeCall){kind, request};
-}
-
-/* The error a test asked this call of `request` to fail with, or 0. */
-static int nextFailure(unsigned long request)
-{
-    if (request != fake->failRequest || fake->failuresUsed >= FAKE_MAX_FAILURES)
+    FakeTrouble *trouble = &fake.trouble;
+    if (call != trouble->call || trouble->after-- > 0 || fake.failUsed == 8 ||
+        trouble->errors[fake.failUsed] == 0)
         return 0;
-    int error = fake->failErrnos[fake->failuresUsed];
-    if (error == 0)
-        return 0;
-    fake->failuresUsed++;
-    return error == FAKE_PASS ? 0 : error;
+    errno = trouble->errors[fake.failUsed++];
+    return 1;
 }
 
-static int isCamera(int fd)
+/* Which device fd is: FAKE_CAMERA, FAKE_MICROPHONE or 0. */
+static int device(int fd)
 {
-    return fd >= 0 && fd == devices()->videoFd;
+    if (fd >= 0 && fd == fake.fds[FAKE_CAMERA])
+        return FAKE_CAMERA;
+    return fd >= 0 && fd == fake.fds[FAKE_MICROPHONE] ? FAKE_MICROPHONE : 0;
 }
 
-static int isSound(int fd)
-{
-    return fd >= 0 && fd == devices()->soundFd;
-}
-
-/* A device opened a second time is busy, as with both drivers. */
-static int openDevice(int *fd, int *openFlags, int flags)
-{
-    record(FAKE_OPEN, 0);
-    if (*fd >= 0)
-        return refuse(EBUSY);
-    *fd = REAL(open)("/dev/null", O_RDWR);
-    *openFlags = flags;
-    return *fd;
-}
-
+/* The devices read as /dev/zero. */
 int open(const char *path, int flags, ...)
 {
-    FakeDevices *state = devices();
-    if (strcmp(path, CAMERA_PATH) == 0)
-        return openDevice(&state->videoFd, &state->videoFlags, flags);
-    if (strcmp(path, SOUND_PATH) == 0)
-        return openDevice(&state->soundFd, &state->soundFlags, flags);
-    mode_t mode = 0;
-    if ((flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE) {
-        va_list arguments;
-        va_start(arguments, flags);
-        mode = va_arg(arguments, mode_t);
-        va_end(arguments);
-    }
-    return REAL(open)(path, flags, mode);
+    va_list arguments;
+    va_start(arguments, flags);
+    int needsMode = (flags & O_CREAT) || (flags & O_TMPFILE) == O_TMPFILE;
+    mode_t mode = needsMode ? va_arg(arguments, mode_t) : 0;
+    va_end(arguments);
+    int which = strcmp(path, "/dev/video0") == 0 ? FAKE_CAMERA
+                : strcmp(path, "/dev/dsp0") == 0 ? FAKE_MICROPHONE
+                                                 : 0;
+    if (which == 0)
+        return REAL(open)(path, flags, mode);
+    if (failing(FAKE_OPEN))
+        return -1;
+    if (which == FAKE_MICROPHONE)
+        fake.soundFlags = flags;
+    return fake.fds[which] = REAL(open)("/dev/zero", O_RDONLY);
 }
 
-static int soundIoctl(unsigned long request, void *argument)
+/* A queued buffer is the driver's to fill at any time: here at once. */
+static int queueBuffer(struct v4l2_buffer *buffer)
 {
+    uint32_t index = buffer->index;
+    if (buffer->memory != V4L2_MEMORY_MMAP || index >= 2 || fake.queued[index])
+        return refuse(EINVAL);
+    for (uint32_t offset = 0; offset < FAKE_BUFFER_LENGTH; offset++)
+        fake.memory[index][offset] = FAKE_BYTE(fake.nextFrame, offset);
+    fake.queued[index] = ++fake.nextFrame;
+    buffer->length = FAKE_BUFFER_LENGTH;
+    return 0;
+}
+
+/* Hands out the buffer queued first. */
+static int dequeueBuffer(struct v4l2_buffer *buffer)
+{
+    const uint32_t *queued = fake.queued;
+    uint32_t first = queued[1] && (!queued[0] || queued[1] < queued[0]);
+    if (!fake.streaming || !queued[first])
+        return refuse(EINVAL);
+    fake.queued[first] = 0;
+    buffer->index = first;
+    buffer->length = FAKE_BUFFER_LENGTH;
+    buffer->bytesused = fake.frameBytes;
+    return 0;
+}
+
+static int cameraIoctl(unsigned long request, void *argument)
+{
+    const FakeTrouble *answer = &fake.trouble;
+    struct v4l2_capability *capability = argument;
+    struct v4l2_pix_format *format = &((struct v4l2_format *)argument)->fmt.pix;
+    struct v4l2_buffer *buffer = argument;
+    struct uvc_xu_control *control = argument;
     switch (request) {
-    case SNDCTL_DSP_RESET:
+    case VIDIOC_QUERYCAP:
+        capability->capabilities = ~answer->lacks & (V4L2_CAP_VIDEO_CAPTURE | V4L2_CAP_STREAMING);
         return 0;
-    case SNDCTL_DSP_CHANNELS:
-        fake->channels = *(int *)argument;
+    case VIDIOC_S_FMT:
+        format->width = answer->width ? answer->width : format->width;
+        format->height = answer->height ? answer->height : format->height;
+        format->pixelformat = answer->pixelFormat ? answer->pixelFormat : format->pixelformat;
         return 0;
-    case SNDCTL_DSP_SETFMT:
-        fake->format = *(int *)argument;
+    case VIDIOC_QUERYBUF:
+        buffer->length = FAKE_BUFFER_LENGTH;
+        buffer->m.offset = buffer->index * FAKE_BUFFER_LENGTH;
+        return buffer->index < 2 ? 0 : refuse(EINVAL);
+    case VIDIOC_S_PARM:
+        fake.timePerFrame = ((struct v4l2_streamparm *)argument)->parm.capture.timeperframe;
         return 0;
-    case SNDCTL_DSP_SPEED:
-        fake->rate = *(int *)argument;
+    case VIDIOC_QBUF:
+        return queueBuffer(buffer);
+    case VIDIOC_DQBUF:
+        return dequeueBuffer(buffer);
+    case VIDIOC_STREAMON:
+    case VIDIOC_STREAMOFF:
+        fake.streaming = request == VIDIOC_STREAMON;
         return 0;
-    default:
-        return refuse(ENOTTY);
+    case UVCIOC_CTRL_ADD:
+        fake.controlAdded = memcmp(argument, &cameraControl, sizeof cameraControl) == 0;
+        return fake.controlAdded ? 0 : refuse(EINVAL);
+    case UVCIOC_CTRL_SET: /* for the registered control of the unit only */
+        if (!fake.controlAdded || control->unit != 6 ||
+            control->selector != cameraControl.selector || control->size != cameraControl.size)
+            return refuse(ENOENT);
+        memcpy(fake.command, control->data, sizeof fake.command);
+        return 0;
     }
+    return request == VIDIOC_REQBUFS ? 0 : refuse(ENOTTY);
+}
+
+/* A reset unsets everything, and a change of channels or format unsets the
+ * rate, as on many cards: it is set last. */
+static int soundIoctl(unsigned long request, const int *value)
+{
+    if (request == SNDCTL_DSP_RESET)
+        fake.channels = fake.sampleFormat = 0;
+    else if (request == SNDCTL_DSP_CHANNELS)
+        fake.channels = *value;
+    else if (request == SNDCTL_DSP_SETFMT)
+        fake.sampleFormat = *value;
+    else if (request != SNDCTL_DSP_SPEED)
+        return refuse(ENOTTY);
+    fake.rate = request == SNDCTL_DSP_SPEED ? *value : 0;
+    return 0;
 }
 
 int ioctl(int fd, unsigned long request, ...)
@@ -157,94 +169,59 @@ int ioctl(int fd, unsigned long request, ...)
     va_start(arguments, request);
     void *argument = va_arg(arguments, void *);
     va_end(arguments);
-    if (!isCamera(fd) && !isSound(fd))
+    int which = device(fd);
+    if (which == 0)
         return REAL(ioctl)(fd, request, argument);
-    record(FAKE_IOCTL, request);
-    int error = nextFailure(request);
-    if (error != 0)
-        return refuse(error);
-    if (isCamera(fd))
-        return fakeCameraIoctl(fake, request, argument);
-    return soundIoctl(request, argument);
+    if (failing(request))
+        return -1;
+    return which == FAKE_CAMERA ? cameraIoctl(request, argument) : soundIoctl(request, argument);
 }
 
-/* Buffer i of the camera lies at offset i * FAKE_BUFFER_LENGTH. */
+/* Buffer i lies at offset i * FAKE_BUFFER_LENGTH; the driver maps shared only. */
 void *mmap(void *address, size_t length, int prot, int flags, int fd, off_t offset)
 {
-    if (!isCamera(fd))
-        return REAL(mmap)(address, length, prot, flags, fd, offset);
-    record(FAKE_MMAP, 0);
-    fake->mapProt = prot;
-    fake->mapFlags = flags;
     size_t index = (size_t)offset / FAKE_BUFFER_LENGTH;
-    if (fake->failMmap != 0 || offset % FAKE_BUFFER_LENGTH != 0 || index >= FAKE_BUFFER_COUNT ||
-        length > FAKE_BUFFER_LENGTH) {
-        errno = fake->failMmap != 0 ? fake->failMmap : EINVAL;
+    if (device(fd) != FAKE_CAMERA)
+        return REAL(mmap)(address, length, prot, flags, fd, offset);
+    if (failing(FAKE_MMAP))
+        return MAP_FAILED;
+    if (!(flags & MAP_SHARED) || index >= 2) {
+        errno = EINVAL;
         return MAP_FAILED;
     }
-    fake->mapped[index] = 1;
-    return fake->memory[index];
+    fake.mapped[index] = 1;
+    return fake.memory[index];
 }
 
+/* A shorter length leaves the buffer's tail mapped. */
 int munmap(void *address, size_t length)
 {
-    FakeDevices *state = devices();
-    for (int index = 0; index < FAKE_BUFFER_COUNT; index++) {
-        if (address != state->memory[index])
+    for (int index = 0; index < 2; index++) {
+        if (address != fake.memory[index])
             continue;
-        record(FAKE_MUNMAP, 0);
-        state->unmapLength[index] = length;
-        if (state->failMunmap != 0)
-            return refuse(state->failMunmap);
-        state->mapped[index] = 0;
+        if (failing(FAKE_MUNMAP))
+            return -1;
+        fake.mapped[index] = length < FAKE_BUFFER_LENGTH;
         return 0;
     }
     return REAL(munmap)(address, length);
 }
 
-/* The camera is readable while it streams with a buffer queued and frames
- * coming.  Without a frame the wait ends at once, as if it had timed out. */
+/* A frame is always ready at once. */
 int select(int count, fd_set *readable, fd_set *writable, fd_set *failed, struct timeval *timeout)
 {
-    int fd = devices()->videoFd;
+    int fd = fake.fds[FAKE_CAMERA];
     if (fd < 0 || fd >= count || readable == NULL || !FD_ISSET(fd, readable))
         return REAL(select)(count, readable, writable, failed, timeout);
-    record(FAKE_SELECT, 0);
-    if (timeout != NULL)
-        fake->selectTimeout = *timeout;
-    if (fake->failSelect != 0)
-        return refuse(fake->failSelect);
-    int frame = fake->streaming && !fake->noFrame && (fake->queued[0] != 0 || fake->queued[1] != 0);
-    FD_ZERO(readable);
-    if (writable != NULL)
-        FD_ZERO(writable);
-    if (failed != NULL)
-        FD_ZERO(failed);
-    if (frame)
-        FD_SET(fd, readable);
-    return frame;
+    if (failing(FAKE_SELECT)) /* ETIMEDOUT: the wait times out */
+        return errno == ETIMEDOUT ? 0 : -1;
+    fake.wait = *timeout;
+    return 1;
 }
 
-ssize_t read(int fd, void *buffer, size_t count)
-{
-    if (!isSound(fd))
-        return REAL(read)(fd, buffer, count);
-    record(FAKE_READ, 0);
-    for (size_t offset = 0; offset < count; offset++)
-        ((uint8_t *)buffer)[offset] = fakeByte(0, (uint32_t)offset);
-    return (ssize_t)count;
-}
-
+/* fds[0] stands for every other descriptor. */
 int close(int fd)
 {
-    if (isCamera(fd)) {
-        record(FAKE_CLOSE, 0);
-        fake->videoFd = -1;
-        fake->streaming = 0;
-        memset(fake->queued, 0, sizeof fake->queued);
-    } else if (isSound(fd)) {
-        record(FAKE_CLOSE, 0);
-        fake->soundFd = -1;
-    }
+    fake.fds[device(fd)] = -1;
     return REAL(close)(fd);
 }
