@@ -42,27 +42,31 @@ const char *processName(int row)
 std::string statusLine(const Board &board, const ServerProcesses &processes)
 {
     char line[512];
-    double interval = processes.latestAt - processes.previousAt;
-    double total = 0;
-    int length = snprintf(
-        line, sizeof line,
-        "%5.0fs  frames: capture %llu, motion %llu, recorder %llu, streaming %llu (%d viewers)"
-        "  motion %d blocks  events %u  cpu%%:",
-        processes.latestAt - processes.startedAt, (unsigned long long)board.frames[kCapture],
-        (unsigned long long)board.frames[kMotion], (unsigned long long)board.frames[kRecorder],
-        (unsigned long long)board.frames[kStreaming], board.viewers.load(),
-        board.motionLevel.load(), board.eventsLogged.load());
+    double interval = processes.latestAt - processes.previousAt, total = 0;
+    int length = snprintf(line, sizeof line, "%4.0fs", processes.latestAt - processes.startedAt);
     for (int row = 0; row < kProcessRows && length < int(sizeof line); row++) {
         const ServerProcess &process = processes.rows[row];
         if (process.pid == 0)
             continue;
+        char detail[64] = "";
+        unsigned long long frames = row < kRoleCount ? board.frames[row].load() : 0;
+        if (row == kCapture)
+            snprintf(detail, sizeof detail, " %lluw", frames);
+        else if (row == kMotion)
+            snprintf(detail, sizeof detail, " %llur %d blocks", frames, board.motionLevel.load());
+        else if (row == kRecorder)
+            snprintf(detail, sizeof detail, " %llur", frames);
+        else if (row == kStreaming)
+            snprintf(detail, sizeof detail, " %llur %dv", frames, board.viewers.load());
+        else if (row == kEvents)
+            snprintf(detail, sizeof detail, " %u", board.eventsLogged.load());
         double used = percent(process.cpuLatest - process.cpuPrevious, interval);
         total += used;
-        length += snprintf(line + length, sizeof line - size_t(length), " %s %.1f",
-                           processName(row), used);
+        length += snprintf(line + length, sizeof line - size_t(length), " | %s%s %.1f%%",
+                           processName(row), detail, used);
     }
     if (length < int(sizeof line))
-        snprintf(line + length, sizeof line - size_t(length), ", all %.1f", total);
+        snprintf(line + length, sizeof line - size_t(length), " | all %.1f%%", total);
     return line;
 }
 

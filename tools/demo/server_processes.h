@@ -34,8 +34,9 @@ struct ServerProcesses {
 
 const char *processName(int row);
 
-// One line: frames per process, motion level, events, CPU% per process
-// since the previous sample.
+// One line, per process: frames written (w) or read (r), the motion level
+// in changed blocks, viewers (v), events logged, and CPU% since the
+// previous sample.
 std::string statusLine(const Board &board, const ServerProcesses &processes);
 
 // The end of a run: what each process did, CPU% over the run, the event

@@ -106,9 +106,14 @@ class SimulatedSensor : public FrameSource
     }
     uint32_t nextLength() override { return uint32_t(frames_[next_].size()); }
     // Sleeps until the frame is due, as a sensor would keep the caller
-    // waiting; a stop signal cuts the wait short.
+    // waiting; a stop signal cuts the wait short.  A caller that fell behind
+    // (stopped, say) gets the next frame a period from now, not a burst.
     bool waitInto(void *cell) override
     {
+        timespec now;
+        clock_gettime(CLOCK_MONOTONIC, &now);
+        if (now.tv_sec > due_.tv_sec + 1)
+            due_ = now;
         due_.tv_nsec += periodNs_;
         if (due_.tv_nsec >= 1000000000L) {
             due_.tv_sec++;
