@@ -5,7 +5,6 @@
 //
 //   ringbuf_soak_test [--seconds=N]   (default 3)
 #include "tarvo/profile.h"
-#include "tarvo/ringbuf.h"
 
 #include "support/child.h"
 #include "support/frames.h"
@@ -16,142 +15,78 @@
 #include <sys/mman.h>
 
 #include <chrono>
-#include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <random>
 #include <thread>
 
 using namespace tarvo::test;
-using Clock = std::chrono::steady_clock;
 
 namespace
 {
 
 int soakSeconds = 3;
-
 constexpr int kReaders = 8;
-constexpr int kCellSize = 64 * 1024;
-constexpr int kCellCount = 48;
-constexpr uint32_t kLongestFrame = 20000;
 
 // Counters every process of the run writes into; shared, anonymous memory.
 struct Tally {
-    uint64_t written, dropped;
-    struct Reader {
-        uint64_t frames, corrupt;
-    } readers[kReaders];
+    uint64_t written, dropped, frames[kReaders], corrupt[kReaders];
     int stop;
 };
 
-bool stopRequested(const Tally *tally)
-{
-    return __atomic_load_n(&tally->stop, __ATOMIC_ACQUIRE) != 0;
-}
-
 int runWriter(int key, Tally *tally, Signal &created)
 {
-    RingBuffer *ring = rbInitial(key, "soak", kCellSize, kCellCount, 0);
-    if (ring == nullptr)
-        return 1;
+    RingBuffer *ring = rbInitial(key, "soak", 64 * 1024, 48, 0);
     created.raise();
     std::mt19937 random(1);
-    std::vector<uint8_t> frame(kLongestFrame);
-    while (!stopRequested(tally)) {
-        uint32_t number = uint32_t(tally->written + 1);
-        uint32_t length = 8 + random() % (kLongestFrame - 8);
-        bool written;
-        if (random() % 2) {
-            fillFrame(frame.data(), number, length);
-            written = rbSafeWrite(ring, frame.data(), length) == 1;
-        } else if (void *payload = rbLockWrite(ring, length); payload && payload != RB_RELEASED) {
-            fillFrame(static_cast<uint8_t *>(payload), number, length);
-            rbUnlockWrite(ring);
-            written = true;
-        } else {
-            written = false;
-        }
-        written ? tally->written++ : tally->dropped++;
+    while (!__atomic_load_n(&tally->stop, __ATOMIC_ACQUIRE)) {
+        uint32_t length = 8 + random() % 20000;
+        bool inPlace = random() % 2;
+        int result = writeFrame(ring, uint32_t(tally->written + 1), length, inPlace);
+        result == 1 ? tally->written++ : tally->dropped++;
         timespec pace{0, 200000};
         nanosleep(&pace, nullptr);
     }
     // A reader may take a lock again before it notices the release; the
     // release then goes on where it stopped.
-    for (int attempt = 0; attempt < 100; attempt++) {
+    for (int attempt = 0; attempt < 100; attempt++, sched_yield())
         if (rbRelease(ring) == 0)
             return 0;
-        sched_yield();
-    }
     return 2;
 }
 
-// Checks one received frame against its cell.
-void check(RingBuffer *ring, const void *payload, Tally::Reader &me)
+// Reads until the release by rbLockRead (way 0), by number (way 1: one of
+// the next few numbers, now and then 0) or as a profile (way 2).
+int runReader(int profile, Tally *tally, int slot, unsigned seed)
 {
-    uint32_t length = rbGetCellLength(ring);
-    bool intact = frameIsIntact(payload, length) && frameNumber(payload) == rbGetCellSeq(ring);
-    intact ? me.frames++ : me.corrupt++;
-}
-
-int runRingReader(int key, const Tally *tally, Tally::Reader &me, bool bySequence, unsigned seed)
-{
-    RingBuffer *ring = rbAttach(key, "soak reader");
-    if (ring == nullptr)
-        return stopRequested(tally) ? 0 : 1;
+    ProfileStream *stream = slot % 3 == 2 ? pfOpen(profile) : nullptr;
+    RingBuffer *ring = slot % 3 != 2 ? rbAttach(pfGetPKey(profile), "soak reader")
+                       : stream      ? stream->ring
+                                     : nullptr;
+    if (ring == nullptr) // started after the release
+        return __atomic_load_n(&tally->stop, __ATOMIC_ACQUIRE) ? 0 : 1;
     std::mt19937 random(seed);
-    uint32_t last = 0;
-    for (;;) {
-        int wanted = bySequence && random() % 4 ? int(last + 1 + random() % 3) : 0;
-        // A numbered read from a parked place keeps that place counted; a
-        // careful reader leaves it first.
+    for (uint32_t last = 0;;) {
+        int wanted = slot % 3 == 1 && random() % 4 ? int(last + 1 + random() % 3) : 0;
         if (wanted != 0)
-            rbSyncNewest(ring);
-        void *payload = bySequence ? rbLockReadSync(ring, wanted) : rbLockRead(ring);
+            rbSyncNewest(ring); // a numbered read keeps a parked place counted
+        if (stream)
+            pfRead(stream);
+        void *payload = stream     ? stream->payload
+                        : slot % 3 ? rbLockReadSync(ring, wanted)
+                                   : rbLockRead(ring);
         if (payload == RB_RELEASED)
             break;
         if (payload == nullptr) {
             sched_yield();
             continue;
         }
-        check(ring, payload, me);
+        heldFrameIsIntact(ring, payload) ? tally->frames[slot]++ : tally->corrupt[slot]++;
         last = rbGetCellSeq(ring);
-        rbUnlockRead(ring);
+        if (!stream)
+            rbUnlockRead(ring);
     }
-    rbDetach(ring);
+    stream ? pfClose(stream) : void(rbDetach(ring));
     return 0;
-}
-
-int runProfileReader(int profile, const Tally *tally, Tally::Reader &me)
-{
-    ProfileStream *stream = pfOpen(profile);
-    if (stream == nullptr)
-        return stopRequested(tally) ? 0 : 1;
-    for (;;) {
-        pfRead(stream);
-        if (stream->payload == RB_RELEASED)
-            break;
-        if (stream->payload != nullptr)
-            check(stream->ring, stream->payload, me);
-    }
-    pfClose(stream);
-    return 0;
-}
-
-std::unique_ptr<Child> startReader(int profile, Tally *tally, int slot, unsigned seed)
-{
-    return std::make_unique<Child>(
-        [=] {
-            Tally::Reader &me = tally->readers[slot];
-            switch (slot % 3) {
-            case 0:
-                return runRingReader(pfGetPKey(profile), tally, me, false, seed);
-            case 1:
-                return runRingReader(pfGetPKey(profile), tally, me, true, seed);
-            default:
-                return runProfileReader(profile, tally, me);
-            }
-        },
-        unsigned(soakSeconds) + 60);
 }
 
 TEST(Soak, ReadersSurviveKillsAndSeeOnlyIntactFrames)
@@ -161,43 +96,41 @@ TEST(Soak, ReadersSurviveKillsAndSeeOnlyIntactFrames)
     auto *tally = static_cast<Tally *>(
         mmap(nullptr, sizeof(Tally), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
     ASSERT_NE(tally, MAP_FAILED);
-    std::memset(tally, 0, sizeof *tally);
-
+    unsigned limit = unsigned(soakSeconds) + 60;
     Signal created;
-    Child writer([&] { return runWriter(pfGetPKey(profile), tally, created); },
-                 unsigned(soakSeconds) + 60);
+    Child writer([&] { return runWriter(pfGetPKey(profile), tally, created); }, limit);
     ASSERT_EQ(created.await(), '!');
+    auto start = [&](int slot, unsigned seed) {
+        return std::make_unique<Child>([=] { return runReader(profile, tally, slot, seed); },
+                                       limit);
+    };
     std::unique_ptr<Child> readers[kReaders];
     for (int slot = 0; slot < kReaders; slot++)
-        readers[slot] = startReader(profile, tally, slot, unsigned(slot));
+        readers[slot] = start(slot, unsigned(slot));
 
     // About twenty kills per run whatever its length, so that the cells the
     // killed readers keep held stay well below what the ring can lose.
     std::mt19937 random(7);
-    auto end = Clock::now() + std::chrono::seconds(soakSeconds);
-    auto interval = std::chrono::milliseconds(soakSeconds * 1000 / 20);
-    int kills = 0;
-    while (Clock::now() < end) {
-        std::this_thread::sleep_for(interval);
+    auto end = std::chrono::steady_clock::now() + std::chrono::seconds(soakSeconds);
+    for (unsigned kills = 0; std::chrono::steady_clock::now() < end; kills++) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(soakSeconds * 1000 / 20));
         int slot = int(random() % kReaders);
         readers[slot]->killAndWait();
-        readers[slot] = startReader(profile, tally, slot, unsigned(100 + kills++));
+        readers[slot] = start(slot, 100 + kills);
     }
     __atomic_store_n(&tally->stop, 1, __ATOMIC_RELEASE);
     EXPECT_EQ(writer.wait(), 0);
     uint64_t frames = 0;
     for (int slot = 0; slot < kReaders; slot++) {
         EXPECT_EQ(readers[slot]->wait(), 0) << "reader " << slot;
-        const Tally::Reader &reader = tally->readers[slot];
-        EXPECT_EQ(reader.corrupt, 0u) << "reader " << slot;
-        frames += reader.frames;
+        EXPECT_EQ(tally->corrupt[slot], 0u) << "reader " << slot;
+        frames += tally->frames[slot];
     }
-    EXPECT_GT(tally->written, 0u);
-    EXPECT_LE(tally->dropped, tally->written / 100);
     EXPECT_GT(frames, 0u);
-    printf("soak: %d s, %llu frames written, %llu dropped, %llu read, %d readers killed\n",
-           soakSeconds, (unsigned long long)tally->written, (unsigned long long)tally->dropped,
-           (unsigned long long)frames, kills);
+    EXPECT_LE(tally->dropped, tally->written / 100);
+    printf("soak: %d s, %llu frames written, %llu dropped, %llu read\n", soakSeconds,
+           (unsigned long long)tally->written, (unsigned long long)tally->dropped,
+           (unsigned long long)frames);
     munmap(tally, sizeof *tally);
 }
 

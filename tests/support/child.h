@@ -5,6 +5,8 @@
 
 #include <csignal>
 #include <cstdio>
+#include <sched.h>
+#include <sys/sem.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -88,6 +90,14 @@ class Signal
   private:
     int fds_[2];
 };
+
+// Waits until `count` processes block on the System V semaphore `id`, as
+// they do on a lock another process holds.
+inline void awaitBlockedOn(int id, int count)
+{
+    while (semctl(id, 0, GETZCNT) != count)
+        sched_yield();
+}
 
 } // namespace tarvo::test
 
