@@ -1,5 +1,4 @@
-// The INI reader as a caller meets it: lookups in real files, and the text
-// scanners it exports.
+// The INI reader on real files, and the text scanners it exports.
 #include "tarvo/inifile.h"
 
 #include "support/capture.h"
@@ -7,33 +6,27 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
 #include <sys/stat.h>
 
 using namespace tarvo::test;
 
-namespace
-{
-
-// One loaded file per test.
 class Ini : public ::testing::Test
 {
   protected:
-    void load(const std::string &text)
+    void TearDown() override { infRelease(&ini_); }
+    // What infLoad printed; load() writes the text to a file and loads that.
+    std::string loadPath(const std::string &path)
     {
-        infRelease(&ini_);
-        ASSERT_EQ(infLoad(&ini_, dir_.write("test.ini", text).c_str()), 0);
+        return captureStdout([&] { EXPECT_EQ(infLoad(&ini_, path.c_str()), 0); });
     }
-    void TearDown() override
+    void load(const std::string &text) { loadPath(dir_.write("test.ini", text)); }
+    // infGetStr's text, "-" when it fails; infGetInt must agree, as atoi.
+    std::string str(const std::string &section, const char *key)
     {
-        infRelease(&ini_);
-        EXPECT_EQ(ini_, nullptr);
-    }
-    std::string str(const char *section, const char *key, int expected = 0)
-    {
-        char value[INF_VALUE_MAX];
-        strcpy(value, "untouched");
-        EXPECT_EQ(infGetStr(ini_, section, key, value), expected) << section << "/" << key;
+        char value[INF_VALUE_MAX] = "-";
+        int number = -99, result = infGetStr(ini_, section.c_str(), key, value);
+        EXPECT_EQ(infGetInt(ini_, section.c_str(), key, &number), result);
+        EXPECT_EQ(number, result == 0 ? atoi(value) : -99) << value;
         return value;
     }
 
@@ -41,137 +34,69 @@ class Ini : public ::testing::Test
     IniFile *ini_ = nullptr;
 };
 
-struct Lookup {
-    const char *text;
-    const char *section;
-    const char *key;
-    int result;
-    const char *value; // infGetStr's text ("untouched" when it fails)
-    int number;        // infGetInt's value (-99 when it fails)
-};
+const char *const kLookups[][3] = { // section, key, value ("-": not found)
+    {"cam", "port", "80"}, {"cam", "name", "cam one"},
+    {"cam", "empty", ""},  {"cam", "pad", "-1x ;\r"},
+    {"cam", "key", "7"},   {"cam", "x", "[b]"},
+    {"cam", "k", "-"},     {"spaced", "k", "-"},
+    {"ab", "k", "2"},      {"b", "k", "3"},
+    {"empty", "k", "4"},   {"c", "k", "4"},
+    {"d", "k", "-"},       {"e", "k", "8"},
+    {"long", "k", "-"}};
 
-class Lookups : public Ini, public ::testing::WithParamInterface<Lookup>
+// Keys and headers open their lines (after blanks), a header's name fills its
+// brackets, a section ends at the next header unless it is empty, and a
+// header on the last line has no body.
+TEST_F(Ini, LookupsFollowTheFileRules)
 {
-};
-
-TEST_P(Lookups, FindValueBySectionAndKey)
-{
-    const Lookup &lookup = GetParam();
-    load(lookup.text);
-    EXPECT_EQ(str(lookup.section, lookup.key, lookup.result), lookup.value);
-    int number = -99;
-    EXPECT_EQ(infGetInt(ini_, lookup.section, lookup.key, &number), lookup.result);
-    EXPECT_EQ(number, lookup.number);
+    const std::string longest(INF_SECTION_MAX, 's'), value(1000, 'v');
+    load("k=0\n[cam]\nport = 80\nname=  cam one  \nempty=\n \tpad\t= -1x ;\r\nkeyX=5\n"
+         "x key=5\n;key=5\nkey=7\nx=[b]\n[ spaced ]\nk=1\n[ab]\nk=2\n[b]\nk=3\n[empty]\n  [c]\n"
+         "k=4\nx[d]\nk=5\n[" +
+         longest + "]\nk=6\n[" + longest + "s]\nk=7\n[long]\nv=" + value + "\n[e]\nk=8");
+    for (const auto &lookup : kLookups)
+        EXPECT_EQ(str(lookup[0], lookup[1]), lookup[2]) << lookup[0] << "/" << lookup[1];
+    EXPECT_EQ(str(longest, "k") + str(longest + "s", "k"), "6-");
+    EXPECT_EQ(str("long", "v"), value.substr(0, INF_VALUE_MAX - 1));
+    load("[a]\nk=1\n[e]");
+    EXPECT_EQ(str("long", "v") + str("e", "k") + str("a", "k"), "--1")
+        << "a load forgets the section";
+    EXPECT_EQ(loadPath(""), "") << "an empty path keeps what is loaded";
+    EXPECT_EQ(str("a", "k"), "1");
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Files, Lookups,
-    ::testing::Values(
-        Lookup{"[net]\nport = 80\n", "net", "port", 0, "80", 80},
-        Lookup{"[net]\nport = 80", "net", "port", 0, "80", 80},
-        Lookup{"[ net ]\nport = 80\n", "net", "port", -1, "untouched", -99},
-        Lookup{"[cam]\nname=  cam one  \n", "cam", "name", 0, "cam one", 0},
-        Lookup{"[cam]\nkey=\nother=1\n", "cam", "key", 0, "", 0},
-        Lookup{"[cam]\n \tkey\t= -12x ; note\r\n", "cam", "key", 0, "-12x ; note\r", -12},
-        // Not a key: not first on its line, longer, or commented out.
-        Lookup{"[cam]\nkeyX=5\nx key=5\n;key=5\n", "cam", "key", -1, "untouched", -99},
-        Lookup{"[cam]\nkeyX=5\nkey=7\n", "cam", "key", 0, "7", 7},
-        // A key in the next section is not in this one.
-        Lookup{"[a]\nx=1\n[b]\nkey=2\n", "a", "key", -1, "untouched", -99},
-        Lookup{"[a]\nx=1\n[b]\nkey=2\n", "b", "key", 0, "2", 2},
-        // An empty section runs on to the end of the file.
-        Lookup{"[a]\n[b]\nkey=2\n", "a", "key", 0, "2", 2},
-        // A header on the last line has no body.
-        Lookup{"key=1\n[a]", "a", "key", -1, "untouched", -99},
-        // A bracket inside a line is no header; the name must fill the brackets.
-        Lookup{"[a]\nx=[b]\nkey=3\n", "a", "key", 0, "3", 3},
-        Lookup{"[ab]\nkey=1\n[b]\nkey=2\n", "b", "key", 0, "2", 2},
-        Lookup{"x[b]\nkey=1\n", "b", "key", -1, "untouched", -99},
-        Lookup{"  [b]\nkey=4\n", "b", "key", 0, "4", 4}));
-
-TEST_F(Ini, SectionStaysCurrentUntilTheNextLoad)
+TEST_F(Ini, UnreadableFilesFailAndLongLinesStayLinear)
 {
-    load("[a]\nx=1\n[b]\nx=2\n");
-    EXPECT_EQ(infFindSector(ini_, "b"), 0);
-    EXPECT_EQ(str("b", "x"), "2");
-    EXPECT_EQ(str("a", "x"), "1");
-    EXPECT_EQ(infFindSector(ini_, "c"), -1);
-    load("[a]\nx=3\n");
-    EXPECT_EQ(str("a", "x"), "3");
-    EXPECT_EQ(str("b", "x", -1), "untouched");
-}
-
-TEST_F(Ini, LongFilesAndValuesStayInBounds)
-{
-    std::string text = "[big]\n";
-    for (int i = 0; i < 400; i++)
-        text += "filler" + std::to_string(i) + " = some value\n";
-    text += "last = " + std::string(1000, 'v') + "\n";
-    load(text);
-    EXPECT_EQ(str("big", "last"), std::string(INF_VALUE_MAX - 1, 'v'));
-    int number = 0;
-    EXPECT_EQ(infGetInt(ini_, "big", "filler399", &number), 0);
-    EXPECT_EQ(infFindSector(ini_, std::string(INF_SECTION_MAX + 1, 's').c_str()), -1);
-}
-
-TEST_F(Ini, MissingFileLoadsNothing)
-{
-    std::string missing = dir_.path() + "/missing.ini";
-    std::string out = captureStdout([&] { EXPECT_EQ(infLoad(&ini_, missing.c_str()), 0); });
-    EXPECT_EQ(out, "inf: open file " + missing + " fail, -1, 0!\n");
-    ASSERT_NE(ini_, nullptr);
-    EXPECT_EQ(str("a", "x", -1), "untouched");
-    int number = -99;
-    EXPECT_EQ(infGetInt(nullptr, "a", "x", &number), -1);
-    EXPECT_EQ(infFindSector(nullptr, "a"), -1);
-    infRelease(nullptr);
-}
-
-TEST_F(Ini, HostileFilesEndPromptly)
-{
-    std::string fifo = dir_.path() + "/fifo.ini";
+    std::string missing = dir_.path() + "/missing.ini", fifo = dir_.path() + "/fifo.ini";
+    EXPECT_EQ(loadPath(missing), "inf: open file " + missing + " fail, -1, 0!\n");
+    EXPECT_EQ(str("a", "x"), "-");
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-    std::string out = captureStdout([&] { EXPECT_EQ(infLoad(&ini_, fifo.c_str()), 0); });
-    EXPECT_EQ(out.rfind("inf: open file " + fifo + " fail, ", 0), 0u) << out;
-    EXPECT_EQ(str("a", "x", -1), "untouched");
+    EXPECT_EQ(loadPath(fifo).rfind("inf: open file " + fifo + " fail, ", 0), 0u);
+    EXPECT_EQ(str("a", "x"), "-");
+    int number;
+    EXPECT_EQ(infGetInt(nullptr, "a", "x", &number) & infFindSector(nullptr, "a"), -1);
+    infRelease(nullptr);
 
-    // Megabytes of near matches on one line: every lookup stays linear.
-    std::string text = "x";
+    // Megabytes of near matches on one line take as long as any megabytes.
+    std::string headers, keys;
     for (int i = 0; i < 700000; i++)
-        text += "[a]";
-    text += "\n[b]\n";
-    for (int i = 0; i < 700000; i++)
-        text += "xk=";
-    load(text + "\nk=1\n");
+        headers += "[a]", keys += "xk=";
+    load("x" + headers + "\n[b]\n" + keys + "\nk=1\n");
     EXPECT_EQ(infFindSector(ini_, "a"), -1);
     EXPECT_EQ(str("b", "k"), "1");
-}
-
-TEST_F(Ini, EmptyPathKeepsALoadedFile)
-{
-    load("[a]\nx=1\n");
-    std::string out = captureStdout([&] { EXPECT_EQ(infLoad(&ini_, ""), 0); });
-    EXPECT_EQ(out, "");
-    EXPECT_EQ(str("a", "x"), "1");
 }
 
 TEST(TextScanners, FollowTheirBounds)
 {
     char text[] = "ab \t\ncd\n  \n";
-    char *end = text + strlen(text);
-    EXPECT_EQ(SFindLineStart(text + 6, text), text + 5);
-    EXPECT_EQ(SFindLineStart(text + 1, text), text);
-    EXPECT_EQ(SFindLineStart(text + 6, text + 6), text + 6);
-    EXPECT_EQ(SFindLineStart(text + 4, text), text + 5) << "a line feed gives the next";
-    EXPECT_EQ(SFindLineEnd(text, end), text + 3);
-    EXPECT_EQ(SFindLineEnd(text + 4, end), text + 3) << "a line feed gives the one before";
-    EXPECT_EQ(SFindLineEnd(text + 5, text + 6), text + 6) << "no line feed before the bound";
-    EXPECT_EQ(SForSkipSpace(text + 2, end), text + 4);
-    EXPECT_EQ(SForSkipSpace(text + 8, text + 10), text + 10) << "only blanks";
-    EXPECT_EQ(SForSkipSpace(text + 9, text + 9), text + 9);
-    EXPECT_EQ(SBackSkipSpace(text + 3, text), text + 1);
-    EXPECT_EQ(SBackSkipSpace(text + 9, text + 8), text + 8) << "only blanks";
-    EXPECT_EQ(SBackSkipSpace(text, text + 4), text);
+    const struct {
+        char *(*scan)(char *, char *);
+        int at, bound, expected;
+    } cases[] = {{SFindLineStart, 6, 0, 5}, {SFindLineStart, 1, 0, 0}, {SFindLineStart, 6, 6, 6},
+                 {SFindLineStart, 4, 0, 5}, {SFindLineEnd, 0, 11, 3},  {SFindLineEnd, 4, 11, 3},
+                 {SFindLineEnd, 5, 6, 6},   {SForSkipSpace, 2, 11, 4}, {SForSkipSpace, 8, 10, 10},
+                 {SForSkipSpace, 9, 9, 9},  {SBackSkipSpace, 3, 0, 1}, {SBackSkipSpace, 9, 8, 8},
+                 {SBackSkipSpace, 0, 4, 0}};
+    for (const auto &c : cases)
+        EXPECT_EQ(c.scan(text + c.at, text + c.bound) - text, c.expected) << c.at << " " << c.bound;
 }
-
-} // namespace

@@ -1,5 +1,4 @@
-// The weekly schedule, read from schedule.ini in a private working folder
-// and evaluated in a fixed time zone.
+// The weekly schedule, from schedule.ini in a private working folder.
 #include "tarvo/schedule.h"
 
 #include "support/capture.h"
@@ -7,145 +6,85 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <sys/sem.h>
 #include <sys/stat.h>
-#include <string>
-#include <unistd.h>
 
 using namespace tarvo::test;
 
-namespace
+// A local time in the week from Sunday 2023-12-31, which has no clock change.
+static time_t at(int weekday, int hour, int minute, int second)
 {
-
-// Monday 2024-01-01 00:00:00 UTC.
-constexpr time_t kMonday = 1704067200;
-constexpr time_t kDay = 86400;
-
-time_t at(time_t day, int hour, int minute, int second)
-{
-    return day + hour * 3600 + minute * 60 + second;
+    tm local{};
+    local.tm_year = 123, local.tm_mon = 11, local.tm_mday = 31 + weekday, local.tm_isdst = -1;
+    local.tm_hour = hour, local.tm_min = minute, local.tm_sec = second;
+    return mktime(&local);
 }
 
 class Schedules : public ::testing::Test
 {
   protected:
-    void SetUp() override
+    void SetUp() override { ASSERT_EQ(chdir(dir_.path().c_str()), 0); }
+    void TearDown() override { sdRelease(&sd_); }
+    // sdLoad's result and output for the text as schedule.ini (null: as it is).
+    std::string load(const char *text)
     {
-        setenv("TZ", "UTC0", 1);
-        tzset();
-        ASSERT_NE(getcwd(home_, sizeof home_), nullptr);
-        ASSERT_EQ(chdir(dir_.path().c_str()), 0);
-    }
-    void TearDown() override
-    {
-        sdRelease(&sd_);
-        EXPECT_EQ(sd_, nullptr);
-        EXPECT_EQ(chdir(home_), 0);
-    }
-    // Loads the text as schedule.ini; sdLoad's result, and what it printed.
-    int load(const std::string &text, std::string *printed = nullptr)
-    {
-        dir_.write("schedule.ini", text);
         int result = 0;
-        std::string out = captureStdout([&] { result = sdLoad(&sd_); });
-        if (printed)
-            *printed = out;
-        return result;
+        if (text)
+            dir_.write("schedule.ini", text);
+        std::string printed = captureStdout([&] { result = sdLoad(&sd_); });
+        return std::to_string(result) + " " + printed;
     }
 
     TempDir dir_;
-    char home_[4096];
     Schedule *sd_ = nullptr;
 };
 
-TEST_F(Schedules, SpansIncludeBothEndsAndAReloadReadsTheFileAgain)
+// Spans of each section, both ends included; a reload into the same handle.
+TEST_F(Schedules, SpansReloadAndTimeZero)
 {
-    ASSERT_EQ(load("[alarm]\n1,08:00:00,17:00:00\n"), 1);
-    for (auto [when, inside] : {std::pair{at(kMonday, 8, 0, 0), 1},
-                                {at(kMonday, 17, 0, 0), 1},
-                                {at(kMonday, 7, 59, 59), 0},
-                                {at(kMonday, 17, 0, 1), 0},
-                                {at(kMonday + kDay, 12, 0, 0), 0}})
-        EXPECT_EQ(InSchedule(sd_, "alarm", when), inside) << when;
-    EXPECT_EQ(InSchedule(sd_, "Alarm", at(kMonday, 9, 0, 0)), 0);
-    EXPECT_EQ(InSchedule(nullptr, "alarm", at(kMonday, 9, 0, 0)), 0);
+    // A span before any section, lines led by ';', '#' or a blank, garbage, a span
+    // ending before it starts, a long name, and a comment over a 63-character piece.
+    const std::string longName(40, 'n');
+    const std::string text =
+        "0,00:00:00,23:59:59\n[alarm]\n1,08:00:00,17:00:00\n[night]\n; comment\n"
+        "# comment\n 2,01:00:00,02:00:00\n0,22:00:00,23:59:59\ngarbage\n"
+        "1,00:00:00,06:00:00\n[crossing]\n3,23:00:00,01:00:00\n[" +
+        longName + "]\n;" + std::string(62, 'x') + "1,08:00:00,09:00:00\n";
+    ASSERT_EQ(load(text.c_str()), "1 ");
+    // Section, weekday (0 Sunday), hour, minute, second, inside.
+    const std::tuple<const char *, int, int, int, int, int> moments[] = {
+        {"alarm", 1, 8, 0, 0, 1},  {"alarm", 1, 17, 0, 0, 1},    {"alarm", 1, 7, 59, 59, 0},
+        {"alarm", 1, 17, 0, 1, 0}, {"alarm", 2, 9, 0, 0, 0},     {"Alarm", 1, 9, 0, 0, 0},
+        {"night", 0, 23, 0, 0, 1}, {"night", 1, 5, 0, 0, 1},     {"night", 0, 12, 0, 0, 0},
+        {"night", 2, 1, 0, 0, 0},  {"crossing", 3, 23, 30, 0, 0}};
+    for (const auto &[name, day, hour, minute, second, inside] : moments)
+        EXPECT_EQ(InSchedule(sd_, name, at(day, hour, minute, second)), inside)
+            << name << day << hour;
+    EXPECT_EQ(InSchedule(sd_, longName.substr(0, SD_NAME_MAX).c_str(), at(1, 8, 30, 0)), 1);
+    EXPECT_EQ(InSchedule(sd_, longName.c_str(), at(1, 8, 30, 0)) + InSchedule(nullptr, "alarm", 0),
+              0);
 
+    time_t now = time(nullptr);
+    char span[64];
+    strftime(span, sizeof span, "[now]\n%w,%H:%M:%S,23:59:59\n", localtime(&now));
     Schedule *first = sd_;
-    std::string always = "[alarm]\n";
-    for (int day = 0; day < 7; day++)
-        always += std::to_string(day) + ",00:00:00,23:59:59\n";
-    ASSERT_EQ(load(always), 1);
+    ASSERT_EQ(load(span), "1 ");
     EXPECT_EQ(sd_, first);
-    EXPECT_EQ(InSchedule(sd_, "alarm", 0), 1) << "now, for time 0";
+    EXPECT_EQ(InSchedule(sd_, "alarm", at(1, 9, 0, 0)), 0) << "the old sections are gone";
+    EXPECT_EQ(InSchedule(sd_, "now", 0), 1) << "time 0 is now";
 }
 
-TEST_F(Schedules, SectionsKeepTheirOwnSpans)
+// No file, a FIFO in its place (which must not block the load), a file
+// without sections and a broken header: each releases the handle and lock.
+TEST_F(Schedules, BadFilesFailAndReleaseTheHandle)
 {
-    ASSERT_EQ(load("0,00:00:00,23:59:59\n" // before any section: dropped
-                   "[night]\n"
-                   "; comment\n"
-                   "# comment\n"
-                   " 2,01:00:00,02:00:00\n" // led by a blank: no span
-                   "0,22:00:00,23:59:59\n"
-                   "garbage\n"
-                   "1,00:00:00,06:00:00\n"
-                   "[crossing]\n"
-                   "3,23:00:00,01:00:00\n" // start after end never matches
-                   "[day]\n"
-                   "2,09:00:00,10:00:00\n"),
-              1);
-    time_t sunday = kMonday - kDay;
-    EXPECT_EQ(InSchedule(sd_, "night", at(sunday, 23, 0, 0)), 1);
-    EXPECT_EQ(InSchedule(sd_, "night", at(kMonday, 5, 0, 0)), 1);
-    EXPECT_EQ(InSchedule(sd_, "night", at(sunday, 12, 0, 0)), 0);
-    EXPECT_EQ(InSchedule(sd_, "night", at(kMonday + kDay, 1, 30, 0)), 0);
-    EXPECT_EQ(InSchedule(sd_, "crossing", at(kMonday + 2 * kDay, 23, 30, 0)), 0);
-    EXPECT_EQ(InSchedule(sd_, "day", at(kMonday + kDay, 9, 30, 0)), 1);
-    EXPECT_EQ(InSchedule(sd_, "day", at(kMonday + kDay, 1, 30, 0)), 0);
-}
-
-TEST_F(Schedules, LongNamesAreCutAndLinesReadInPieces)
-{
-    std::string name(40, 'n');
-    ASSERT_EQ(load("[" + name + "]\n1,08:00:00,09:00:00\n"), 1);
-    EXPECT_EQ(InSchedule(sd_, name.substr(0, 31).c_str(), at(kMonday, 8, 30, 0)), 1);
-    EXPECT_EQ(InSchedule(sd_, name.c_str(), at(kMonday, 8, 30, 0)), 0);
-    // A line is read in pieces of 63 characters: the rest of a long comment
-    // is a line of its own.
-    ASSERT_EQ(load("[a]\n;" + std::string(62, 'x') + "1,08:00:00,09:00:00\n"), 1);
-    EXPECT_EQ(InSchedule(sd_, "a", at(kMonday, 8, 30, 0)), 1);
-}
-
-struct BadFile {
-    const char *text; // null: no regular file
-    const char *printed;
-    bool fifo = false; // a FIFO in the file's place, which must not block the load
-};
-
-class BadFiles : public Schedules, public ::testing::WithParamInterface<BadFile>
-{
-};
-
-TEST_P(BadFiles, FailAndReleaseTheHandle)
-{
-    std::string printed;
-    if (GetParam().text) {
-        EXPECT_EQ(load(GetParam().text, &printed), -1);
-    } else {
-        ASSERT_TRUE(!GetParam().fifo || mkfifo("schedule.ini", 0600) == 0);
-        printed = captureStdout([&] { EXPECT_EQ(sdLoad(&sd_), -1); });
-    }
-    EXPECT_EQ(printed, GetParam().printed);
+    const std::string openFail = "-1 Schedule: open file schedule.ini fail\n";
+    EXPECT_EQ(load(nullptr), openFail);
+    ASSERT_EQ(mkfifo("schedule.ini", 0600), 0);
+    EXPECT_EQ(load(nullptr), openFail);
+    ASSERT_EQ(unlink("schedule.ini"), 0);
+    EXPECT_EQ(load("; only comments\n# here\n"), "-1 ");
+    EXPECT_EQ(load("[open\n1,08:00:00,09:00:00\n"), "-1 Schedule: unreasonable format!\n");
     EXPECT_EQ(sd_, nullptr);
-    EXPECT_LT(semget(SD_LOCK_KEY, 0, 0), 0) << "the lock is removed with the handle";
+    EXPECT_LT(semget(SD_LOCK_KEY, 0, 0), 0) << "the lock goes with the handle";
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Files, BadFiles,
-    ::testing::Values(BadFile{nullptr, "Schedule: open file schedule.ini fail\n"},
-                      BadFile{nullptr, "Schedule: open file schedule.ini fail\n", true},
-                      BadFile{"; only comments\n# here\n", ""},
-                      BadFile{"[open\n1,08:00:00,09:00:00\n", "Schedule: unreasonable format!\n"}));
-
-} // namespace
