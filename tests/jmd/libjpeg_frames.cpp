@@ -1,0 +1,95 @@
+// Frames from coefficients, and maps from DC values, by libjpeg-turbo.
+#include "libjpeg_frames.h"
+
+#include <algorithm>
+#include <cstdio> // jpeglib.h needs FILE
+#include <cstdlib>
+#include <jpeglib.h>
+#include <random>
+
+namespace tarvo::test::jmd
+{
+
+// Every other block a DC whose map byte is at an end of the clamp (v = 127, 128,
+// -128, -129 at quantiser 8), of the wrap (511, 512, -512, -513) or the range.
+static int lumaDc(int block)
+{
+    static const int kEnds[] = {0, 127, 128, -128, -129, 511, 512, -512, -513, 1023, -1024, -1};
+    return block % 2 ? kEnds[block / 2 % 12] : block * 37 % 2047 - 1023;
+}
+
+std::vector<uint8_t> writeFrame(const FrameSpec &spec, bool withTables)
+{
+    jpeg_compress_struct cinfo;
+    jpeg_error_mgr errors;
+    cinfo.err = jpeg_std_error(&errors);
+    jpeg_create_compress(&cinfo);
+    unsigned char *out = nullptr;
+    unsigned long outSize = 0;
+    jpeg_mem_dest(&cinfo, &out, &outSize);
+    cinfo.image_width = JDIMENSION(spec.width);
+    cinfo.image_height = JDIMENSION(spec.height);
+    cinfo.input_components = 3;
+    cinfo.in_color_space = JCS_YCbCr;
+    jpeg_set_defaults(&cinfo);
+    jpeg_set_quality(&cinfo, spec.quality, TRUE);
+    cinfo.comp_info[0].v_samp_factor = 1; // 2x1, where the default is 2x2
+    cinfo.restart_interval = spec.restartMcus;
+
+    auto common = reinterpret_cast<j_common_ptr>(&cinfo);
+    JDIMENSION across = JDIMENSION(spec.width + 15) / 16, down = JDIMENSION(spec.height + 7) / 8;
+    jvirt_barray_ptr blocks[3];
+    for (int c = 0; c < 3; c++)
+        blocks[c] = cinfo.mem->request_virt_barray(common, JPOOL_IMAGE, TRUE, across * (c ? 1 : 2),
+                                                   down, 1);
+    cinfo.mem->realize_virt_arrays(common);
+    std::minstd_rand random(unsigned(spec.width * 7919 + spec.height));
+    for (int c = 0, luma = 0; c < 3; c++)
+        for (JDIMENSION row = 0; row < down; row++)
+            for (JDIMENSION column = 0; column < across * (c ? 1 : 2); column++) {
+                JCOEF *block =
+                    cinfo.mem->access_virt_barray(common, blocks[c], row, 1, TRUE)[0][column];
+                std::fill_n(block, DCTSIZE2, 0);
+                block[0] = JCOEF(c ? int(random() % 201) - 100 : lumaDc(luma++));
+                for (int n = 0; n < spec.acPerBlock; n++) {
+                    int value = random() % 8 ? int(random() % 7) - 3 : int(random() % 2047) - 1023;
+                    block[1 + random() % 63] = JCOEF(value ? value : 1);
+                }
+            }
+    jpeg_write_coefficients(&cinfo, blocks);
+    if (!withTables)
+        jpeg_suppress_tables(&cinfo, TRUE); // after the call above marked them all for writing
+    jpeg_finish_compress(&cinfo);
+    std::vector<uint8_t> frame(out, out + outSize);
+    jpeg_destroy_compress(&cinfo);
+    std::free(out);
+    return frame;
+}
+
+// DC times quantiser, times 4 shifted right by 5 as the decoder does, modulo
+// 1024 into -512..511, plus 128, clamped to 0..255.
+std::vector<uint8_t> mapFromLibjpeg(const std::vector<uint8_t> &frame)
+{
+    jpeg_decompress_struct cinfo;
+    jpeg_error_mgr errors;
+    cinfo.err = jpeg_std_error(&errors);
+    jpeg_create_decompress(&cinfo);
+    jpeg_mem_src(&cinfo, frame.data(), static_cast<unsigned long>(frame.size()));
+    jpeg_read_header(&cinfo, TRUE);
+    jvirt_barray_ptr luma = jpeg_read_coefficients(&cinfo)[0];
+    const int quantiser = cinfo.comp_info[0].quant_table->quantval[0];
+    std::vector<uint8_t> map;
+    for (JDIMENSION row = 0; row < cinfo.comp_info[0].height_in_blocks; row++) {
+        auto common = reinterpret_cast<j_common_ptr>(&cinfo);
+        JBLOCKROW blocks = cinfo.mem->access_virt_barray(common, luma, row, 1, FALSE)[0];
+        for (JDIMENSION column = 0; column < cinfo.comp_info[0].width_in_blocks; column++) {
+            int value = blocks[column][0] * 4 * quantiser >> 5;
+            map.push_back(uint8_t(std::clamp(((value & 0x3FF) ^ 0x200) - 0x200 + 128, 0, 255)));
+        }
+    }
+    jpeg_finish_decompress(&cinfo);
+    jpeg_destroy_decompress(&cinfo);
+    return map;
+}
+
+} // namespace tarvo::test::jmd

@@ -1,0 +1,28 @@
+// libjpeg-turbo as the decoder's oracle.  jpeglib.h declares jpeg_* names as
+// tarvo/jmd.h does: only libjpeg_frames.cpp includes it.
+#ifndef TARVO_TESTS_JMD_LIBJPEG_FRAMES_H
+#define TARVO_TESTS_JMD_LIBJPEG_FRAMES_H
+
+#include <cstdint>
+#include <vector>
+
+namespace tarvo::test::jmd
+{
+
+struct FrameSpec {
+    const char *name;
+    int width, height, quality;
+    unsigned restartMcus; // restart markers every so many MCUs, 0 for none
+    int acPerBlock;       // AC coefficients set in each block, at random places
+};
+
+// A frame from chosen coefficients, luminance sampled 2x1, its DC values on the
+// map's clamp and wrap ends and a ramp; without tables, no DQT or DHT segment.
+std::vector<uint8_t> writeFrame(const FrameSpec &spec, bool withTables = true);
+
+// The map from the luminance DC values and quantiser libjpeg reads.
+std::vector<uint8_t> mapFromLibjpeg(const std::vector<uint8_t> &frame);
+
+} // namespace tarvo::test::jmd
+
+#endif
