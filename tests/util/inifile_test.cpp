@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 using namespace tarvo::test;
@@ -50,6 +51,9 @@ const char *const kLookups[][3] = { // section, key, value ("-": not found)
 TEST_F(Ini, LookupsFollowTheFileRules)
 {
     const std::string longest(INF_SECTION_MAX, 's'), value(1000, 'v');
+    // The lowest free descriptor, which no load may keep.
+    const int spare = open("/dev/null", O_RDONLY);
+    close(spare);
     load("k=0\n[cam]\nport = 80\nname=  cam one  \nempty=\n \tpad\t= -1x ;\r\nkeyX=5\n"
          "x key=5\n;key=5\nkey=7\nx=[b]\n[ spaced ]\nk=1\n[ab]\nk=2\n[b]\nk=3\n[empty]\n  [c]\n"
          "k=4\nx[d]\nk=5\n[" +
@@ -63,6 +67,7 @@ TEST_F(Ini, LookupsFollowTheFileRules)
         << "a load forgets the section";
     EXPECT_EQ(loadPath(""), "") << "an empty path keeps what is loaded";
     EXPECT_EQ(str("a", "k"), "1");
+    EXPECT_EQ(fcntl(spare, F_GETFD), -1) << "a descriptor left open";
 }
 
 TEST_F(Ini, UnreadableFilesFailAndLongLinesStayLinear)

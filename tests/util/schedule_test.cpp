@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <sys/sem.h>
 #include <sys/stat.h>
 
@@ -45,6 +46,9 @@ TEST_F(Schedules, SpansReloadAndTimeZero)
     // A span before any section, lines led by ';', '#' or a blank, garbage, a span
     // ending before it starts, a long name, and a comment over a 63-character piece.
     const std::string longName(40, 'n');
+    // The lowest free descriptor, which no load may keep.
+    const int spare = open("/dev/null", O_RDONLY);
+    close(spare);
     const std::string text =
         "0,00:00:00,23:59:59\n[alarm]\n1,08:00:00,17:00:00\n[night]\n; comment\n"
         "# comment\n 2,01:00:00,02:00:00\n0,22:00:00,23:59:59\ngarbage\n"
@@ -72,6 +76,7 @@ TEST_F(Schedules, SpansReloadAndTimeZero)
     EXPECT_EQ(sd_, first);
     EXPECT_EQ(InSchedule(sd_, "alarm", at(1, 9, 0, 0)), 0) << "the old sections are gone";
     EXPECT_EQ(InSchedule(sd_, "now", 0), 1) << "time 0 is now";
+    EXPECT_EQ(fcntl(spare, F_GETFD), -1) << "a descriptor left open";
 }
 
 // No file, a FIFO in its place (which must not block the load), a file
