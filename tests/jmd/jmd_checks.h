@@ -144,7 +144,7 @@ inline void expectDamagedFramesBehave(const Frame &intact)
         cut.insert(cut.end(), {0xFF, 0xD9});
         Decoded ended = expectDamageProperties(intact, cut, at).first;
         auto grey = std::mismatch(ended.map.begin(), ended.map.end(), intact.map.begin()).first;
-        grey += std::min(2L, ended.map.end() - grey); // past the MCU it ended in
+        grey += std::min<ptrdiff_t>(2, ended.map.end() - grey); // past the MCU it ended in
         EXPECT_EQ(ended.printed, "");
         EXPECT_EQ(Bytes(grey, ended.map.end()), Bytes(size_t(ended.map.end() - grey), 128)) << at;
         Bytes changed = jpeg;
