@@ -12,11 +12,12 @@
 namespace demo
 {
 
-int runEvents(const Config &config, Board &board)
+int runEvents(const Config &config, Board &board, int readyFd)
 {
     MsgChannel *channel = msgInitial(config.eventKey());
     if (channel == nullptr)
         return 1;
+    reportReady(readyFd);
     while (!stopRequested()) {
         if (msgWaitUser(channel, 1) != MSG_RECORD_SIZE) {
             if (errno == EINTR)

@@ -79,7 +79,7 @@ void raiseEvent(const Config &config, Board &board, const uint8_t *map, const Bl
 
 } // namespace
 
-int runMotion(const Config &config, Board &board)
+int runMotion(const Config &config, Board &board, int readyFd)
 {
     static JmdContext decoder;
     static uint8_t maps[2][kMapBlocks];
@@ -93,6 +93,7 @@ int runMotion(const Config &config, Board &board)
         sdRelease(&schedule);
         return 1;
     }
+    reportReady(readyFd);
     MotionRun run(config.minFrames, config.quietFrames);
     uint64_t decoded = 0;
     while (!stopRequested()) {

@@ -13,7 +13,7 @@
 namespace demo
 {
 
-int runRecorder(const Config &config, Board &board)
+int runRecorder(const Config &config, Board &board, int readyFd)
 {
     int file = open(config.recordFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
     if (file < 0) {
@@ -21,8 +21,13 @@ int runRecorder(const Config &config, Board &board)
         return 1;
     }
     ProfileStream *stream = pfOpen(config.profile);
-    int status = stream ? 0 : 1;
-    while (stream && !stopRequested()) {
+    if (stream == nullptr) {
+        close(file);
+        return 1;
+    }
+    reportReady(readyFd);
+    int status = 0;
+    while (!stopRequested()) {
         int cellLength = pfRead(stream);
         if (stream->payload == RB_RELEASED)
             break;

@@ -13,12 +13,12 @@ namespace demo
 inline constexpr int kMotionEvent = 1;
 
 // Each returns the process's exit status.  readyFd gets one byte once the
-// role serves (capture: the profile exists; streaming and receiver: they
-// listen).
+// role serves (capture: the profile exists; readers: they opened it; events:
+// the channel exists; streaming and receiver: they listen).
 int runCapture(const Config &config, Board &board, int readyFd);
-int runMotion(const Config &config, Board &board);
-int runRecorder(const Config &config, Board &board);
-int runEvents(const Config &config, Board &board);
+int runMotion(const Config &config, Board &board, int readyFd);
+int runRecorder(const Config &config, Board &board, int readyFd);
+int runEvents(const Config &config, Board &board, int readyFd);
 int runStreaming(const Config &config, Board &board, int readyFd);
 int runReceiver(const Config &config, Board &board, int readyFd);
 

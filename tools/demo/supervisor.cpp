@@ -87,13 +87,13 @@ int Supervisor::runRole(Role role)
     case kReceiver:
         return runReceiver(config_, board_, readyWrite_);
     case kEvents:
-        return runEvents(config_, board_);
+        return runEvents(config_, board_, readyWrite_);
     case kCapture:
         return runCapture(config_, board_, readyWrite_);
     case kMotion:
-        return runMotion(config_, board_);
+        return runMotion(config_, board_, readyWrite_);
     case kRecorder:
-        return runRecorder(config_, board_);
+        return runRecorder(config_, board_, readyWrite_);
     default:
         return runStreaming(config_, board_, readyWrite_);
     }
@@ -146,10 +146,7 @@ bool Supervisor::start()
     for (int role = 0; role < kRoleCount; role++) {
         if (role == kRecorder && config_.recordFile.empty())
             continue;
-        if (startRole(Role(role)) < 0)
-            return false;
-        bool reports = role == kReceiver || role == kCapture || role == kStreaming;
-        if (reports && !awaitReady(Role(role)))
+        if (startRole(Role(role)) < 0 || !awaitReady(Role(role)))
             return false;
     }
     close(readyWrite_);
