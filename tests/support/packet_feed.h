@@ -1,7 +1,7 @@
 // Feeds a reader that takes a socket: the far end of a SOCK_SEQPACKET pair
-// already holds the pieces as separate records (so each recv() returns
-// exactly one piece) and is closed behind them.  Empty pieces are left out
-// (they would read as the peer closing); a pair queues about ten records.
+// holds the pieces as separate records (each recv() returns exactly one)
+// and is closed behind them.  Empty pieces are left out (they would read as
+// the peer closing); a pair queues about ten records.
 #ifndef TARVO_TESTS_PACKET_FEED_H
 #define TARVO_TESTS_PACKET_FEED_H
 
@@ -13,9 +13,7 @@
 namespace tarvo::test
 {
 
-class PacketFeed
-{
-  public:
+struct PacketFeed {
     static constexpr size_t kMaxPieces = 10;
 
     explicit PacketFeed(const std::vector<std::string> &pieces)
@@ -23,19 +21,24 @@ class PacketFeed
         int ends[2];
         if (pieces.size() > kMaxPieces || socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends) != 0)
             return;
-        near_ = ends[0];
+        fd = ends[0];
         for (const std::string &piece : pieces)
             if (!piece.empty())
                 send(ends[1], piece.data(), piece.size(), MSG_DONTWAIT);
         close(ends[1]);
     }
-    ~PacketFeed() { close(near_); }
-    bool ok() const { return near_ >= 0; }
-    int fd() const { return near_; }
-
-  private:
-    int near_ = -1;
+    ~PacketFeed() { close(fd); }
+    int fd = -1;
 };
+
+// A fuzzer's input (a FuzzedDataProvider) as the pieces of a feed.
+template <typename Provider> std::vector<std::string> takePieces(Provider &input)
+{
+    std::vector<std::string> pieces;
+    while (input.remaining_bytes() > 0 && pieces.size() < PacketFeed::kMaxPieces)
+        pieces.push_back(input.ConsumeRandomLengthString(2048));
+    return pieces;
+}
 
 } // namespace tarvo::test
 
