@@ -93,6 +93,13 @@ TARVO_API int JpegMDecode(JmdContext *ctx, const void *frame, uint32_t length, v
  * later ones keep what the previous frame left).
  * skip_input_data steps over min(count, bytes left) input bytes (nothing for
  * a negative count) and returns the bytes left.
+ *
+ * jpeg_read_header, jpeg_start_decompress and jpeg_resync_to_restart have
+ * the names of libjpeg's functions.  All names here carry the symbol version
+ * TARVO_1, so calls from shared libraries reach the right one in any load
+ * order; a program's own calls bind at link time to the first library on
+ * the link line that defines the name, so a program that also calls
+ * libjpeg's decoder itself links -ljpeg before -lTarvo and uses JpegMDecode.
  */
 TARVO_API void jpeg_reset(JmdContext *ctx, const void *frame, uint32_t length, void *map);
 TARVO_API int jpeg_read_header(JmdContext *ctx);
