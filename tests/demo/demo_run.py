@@ -2,9 +2,6 @@
 folder of its own; everything it made is removed when the test ends."""
 import os, re, shutil, signal, subprocess, sys, tempfile
 
-SCHEDULE_LOCK_KEY = 65524
-
-
 def skip_or_fail(reason):
     """A missing peer: skipped on a normal run, a failure in CI."""
     print("skipped: " + reason)
@@ -13,13 +10,13 @@ def skip_or_fail(reason):
 
 class DemoRun:
     def __init__(self, program):
-        self.program, self.folder = program, tempfile.mkdtemp(prefix="tarvo-demo-")
+        self.program, self.process = program, None
+        self.folder = tempfile.mkdtemp(prefix="tarvo-demo-")
         profile = 0x30000000 + (os.getpid() % 0x100000) * 64
         ring = profile + 4097  # the profile's key; its writer lock is 16 above
-        self.keys = {ring, ring + 16, ring + 32, SCHEDULE_LOCK_KEY}
+        self.keys = {ring, ring + 16, ring + 32, 65524}  # and the schedule's lock
         with open(os.path.join(self.folder, "demo.ini"), "w") as config:
             config.write(f"[demo]\nprofile = {profile}\n[stream]\nport = 0\n")
-        self.process = None
 
     def start(self, *arguments):
         """Starts the demo and returns the live view's address."""
@@ -33,9 +30,8 @@ class DemoRun:
         raise AssertionError("the demo ended before serving: %d" % self.process.wait())
 
     def finish(self):
-        """Waits for the demo's end: its exit status and the rest of its output."""
-        output = self.process.stdout.read()
-        return self.process.wait(), output
+        """Waits for the demo's end: the rest of its output and its exit status."""
+        return self.process.stdout.read(), self.process.wait()
 
     def children(self):
         """The role processes, by name (tarvo-capture, ...)."""
