@@ -6,11 +6,12 @@
 
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
+#include <filesystem>
 #include <sys/sem.h>
 #include <sys/stat.h>
 
 using namespace tarvo::test;
+using std::filesystem::directory_iterator;
 
 // A local time in the week from Sunday 2023-12-31, which has no clock change.
 static time_t at(int weekday, int hour, int minute, int second)
@@ -46,9 +47,9 @@ TEST_F(Schedules, SpansReloadAndTimeZero)
     // A span before any section, lines led by ';', '#' or a blank, garbage, a span
     // ending before it starts, a long name, and a comment over a 63-character piece.
     const std::string longName(40, 'n');
-    // The lowest free descriptor, which no load may keep.
-    const int spare = open("/dev/null", O_RDONLY);
-    close(spare);
+    // The descriptors open now: no load may keep one more.
+    const directory_iterator end;
+    const auto descriptors = std::distance(directory_iterator("/proc/self/fd"), end);
     const std::string text =
         "0,00:00:00,23:59:59\n[alarm]\n1,08:00:00,17:00:00\n[night]\n; comment\n"
         "# comment\n 2,01:00:00,02:00:00\n0,22:00:00,23:59:59\ngarbage\n"
@@ -76,7 +77,7 @@ TEST_F(Schedules, SpansReloadAndTimeZero)
     EXPECT_EQ(sd_, first);
     EXPECT_EQ(InSchedule(sd_, "alarm", at(1, 9, 0, 0)), 0) << "the old sections are gone";
     EXPECT_EQ(InSchedule(sd_, "now", 0), 1) << "time 0 is now";
-    EXPECT_EQ(fcntl(spare, F_GETFD), -1) << "a descriptor left open";
+    EXPECT_EQ(std::distance(directory_iterator("/proc/self/fd"), end), descriptors);
 }
 
 // No file, a FIFO in its place (which must not block the load), a file
