@@ -5,8 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-
 namespace
 {
 
@@ -24,16 +22,13 @@ constexpr MediaFormat video(uint32_t scale, uint32_t rate, uint32_t level)
 struct Shown {
     MediaFormat format;
     const char *lines;
-    uint32_t width, height;
+    uint32_t width, height; // from bits 4-7 whatever the type
 };
 
 class Show : public ::testing::TestWithParam<Shown>
 {
 };
 
-// One line per field on standard error; indices beyond a table name nothing,
-// bits beyond the fields change nothing.  Audio words have no scale field,
-// but their bits 4-7 are read as one all the same.
 TEST_P(Show, OneLinePerFieldAndThePictureSize)
 {
     int result = -2;
@@ -44,6 +39,7 @@ TEST_P(Show, OneLinePerFieldAndThePictureSize)
     EXPECT_EQ(rbGetHeight(GetParam().format), GetParam().height);
 }
 
+// Indices beyond a table name nothing; bits beyond the fields change nothing.
 INSTANTIATE_TEST_SUITE_P(
     Formats, Show,
     ::testing::Values(
@@ -63,7 +59,6 @@ TEST(MediaFormat, TypeNamesAndTheStopwatch)
 {
     EXPECT_STREQ(rbGetTypeStr(74), "JPEG");
     EXPECT_STREQ(rbGetTypeStr(74 + 256), "undefined");
-
     // 1.5 s ago; half the time the microseconds lie across a second boundary.
     timeval now;
     gettimeofday(&now, nullptr);

@@ -12,7 +12,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
 #include <sstream>
 #include <string>
 #include <utility>

@@ -81,12 +81,11 @@ TEST(Killed, WriterInsideAReservation)
             ready.raise();
             go.await();
             void *payload = rbLockRead(rb);
-            if (!payload || rbGetCellSeq(rb) != 2 || !heldFrameIsIntact(rb, payload))
-                return 1;
+            bool published = payload && rbGetCellSeq(rb) == 2 && heldFrameIsIntact(rb, payload);
             rbUnlockRead(rb);
-            ready.raise();
+            ready.raise(published ? '!' : '?');
             go.await();
-            return rbLockRead(rb) == nullptr ? 0 : 2; // the wait ends with nothing new
+            return published && rbLockRead(rb) == nullptr ? 0 : 1; // nothing new after the death
         });
     for (int round = 0; round < 2; round++) {
         for (int i = 0; i < 2; i++)
