@@ -2,8 +2,10 @@
 // and the fixtures, give the map of the DC values it reads back.
 #include "jmd_checks.h"
 #include "libjpeg_frames.h"
+#include "libjpeg_peer.h"
 
 using namespace tarvo::test::jmd;
+using tarvo::test::jpeg::blockMap;
 
 namespace
 {
@@ -20,12 +22,12 @@ const FrameSpec kFrames[] = {
 TEST(JmdLibjpeg, FramesGiveTheMapOfTheirDcValues)
 {
     for (const auto &[name, frame] : fixtures())
-        EXPECT_EQ(mapFromLibjpeg(frame.jpeg), frame.map) << name;
+        EXPECT_EQ(blockMap(frame.jpeg), frame.map) << name;
     auto used = freshContext();
     for (const FrameSpec &spec : kFrames) {
         SCOPED_TRACE(spec.name);
         Bytes jpeg = writeFrame(spec);
-        Bytes expected = mapFromLibjpeg(jpeg);
+        Bytes expected = blockMap(jpeg);
         auto fresh = freshContext();
         Decoded got = decode(fresh.get(), jpeg, expected.size());
         EXPECT_EQ(got.map, expected);

@@ -66,30 +66,4 @@ std::vector<uint8_t> writeFrame(const FrameSpec &spec, bool withTables)
     return frame;
 }
 
-// DC times quantiser, times 4 shifted right by 5 as the decoder does, modulo
-// 1024 into -512..511, plus 128, clamped to 0..255.
-std::vector<uint8_t> mapFromLibjpeg(const std::vector<uint8_t> &frame)
-{
-    jpeg_decompress_struct cinfo;
-    jpeg_error_mgr errors;
-    cinfo.err = jpeg_std_error(&errors);
-    jpeg_create_decompress(&cinfo);
-    jpeg_mem_src(&cinfo, frame.data(), static_cast<unsigned long>(frame.size()));
-    jpeg_read_header(&cinfo, TRUE);
-    jvirt_barray_ptr luma = jpeg_read_coefficients(&cinfo)[0];
-    const int quantiser = cinfo.comp_info[0].quant_table->quantval[0];
-    std::vector<uint8_t> map;
-    for (JDIMENSION row = 0; row < cinfo.comp_info[0].height_in_blocks; row++) {
-        auto common = reinterpret_cast<j_common_ptr>(&cinfo);
-        JBLOCKROW blocks = cinfo.mem->access_virt_barray(common, luma, row, 1, FALSE)[0];
-        for (JDIMENSION column = 0; column < cinfo.comp_info[0].width_in_blocks; column++) {
-            int value = blocks[column][0] * 4 * quantiser >> 5;
-            map.push_back(uint8_t(std::clamp(((value & 0x3FF) ^ 0x200) - 0x200 + 128, 0, 255)));
-        }
-    }
-    jpeg_finish_decompress(&cinfo);
-    jpeg_destroy_decompress(&cinfo);
-    return map;
-}
-
 } // namespace tarvo::test::jmd

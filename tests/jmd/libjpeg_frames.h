@@ -1,5 +1,6 @@
-// libjpeg-turbo as the decoder's oracle.  jpeglib.h declares jpeg_* names as
-// tarvo/jmd.h does: only libjpeg_frames.cpp includes it.
+// Frames from chosen coefficients by libjpeg-turbo (the maps they must give
+// come from libjpeg_peer.h).  jpeglib.h declares jpeg_* names as tarvo/jmd.h
+// does: only the .cpp files include it.
 #ifndef TARVO_TESTS_JMD_LIBJPEG_FRAMES_H
 #define TARVO_TESTS_JMD_LIBJPEG_FRAMES_H
 
@@ -19,9 +20,6 @@ struct FrameSpec {
 // A frame from chosen coefficients, luminance sampled 2x1, its DC values on the
 // map's clamp and wrap ends and a ramp; without tables, no DQT or DHT segment.
 std::vector<uint8_t> writeFrame(const FrameSpec &spec, bool withTables = true);
-
-// The map from the luminance DC values and quantiser libjpeg reads.
-std::vector<uint8_t> mapFromLibjpeg(const std::vector<uint8_t> &frame);
 
 } // namespace tarvo::test::jmd
 

@@ -1,12 +1,32 @@
-// libjpeg-turbo calls for the bench's frames and its 1/8-scale decode.
+// libjpeg-turbo calls for the tests' frames and oracle maps.
 #include "libjpeg_peer.h"
 
-#include <cstdio> // jpeglib.h needs FILE
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <jpeglib.h>
 
 namespace tarvo::test::jpeg
 {
+namespace
+{
+
+// The map byte the decoder must give a block with quantised DC `dc`.
+uint8_t mapByte(int dc, int quantiser)
+{
+    int value = int(std::floor(dc * quantiser / 8.0));
+    int wrapped = ((value % 1024) + 1024 + 512) % 1024 - 512;
+    return uint8_t(std::clamp(wrapped + 128, 0, 255));
+}
+
+void readFrom(jpeg_decompress_struct &cinfo, const Bytes &frame)
+{
+    jpeg_mem_src(&cinfo, frame.data(), static_cast<unsigned long>(frame.size()));
+    jpeg_read_header(&cinfo, TRUE);
+}
+
+} // namespace
 
 Bytes encode422(const Bytes &rgb, int width, int height, const EncodeOptions &options)
 {
@@ -41,6 +61,36 @@ Bytes encode422(const Bytes &rgb, int width, int height, const EncodeOptions &op
     return frame;
 }
 
+Bytes blockMap(const Bytes &frame)
+{
+    jpeg_decompress_struct cinfo;
+    jpeg_error_mgr errors;
+    cinfo.err = jpeg_std_error(&errors);
+    jpeg_create_decompress(&cinfo);
+    readFrom(cinfo, frame);
+    jvirt_barray_ptr *coefficients = jpeg_read_coefficients(&cinfo);
+    jpeg_component_info &luma = cinfo.comp_info[0];
+    int quantiser = luma.quant_table->quantval[0];
+    Bytes map;
+    for (JDIMENSION row = 0; row < luma.height_in_blocks; row++) {
+        JBLOCKARRAY blocks = (*cinfo.mem->access_virt_barray)(
+            reinterpret_cast<j_common_ptr>(&cinfo), coefficients[0], row, 1, FALSE);
+        for (JDIMENSION column = 0; column < luma.width_in_blocks; column++)
+            map.push_back(mapByte(blocks[0][column][0], quantiser));
+    }
+    jpeg_finish_decompress(&cinfo);
+    jpeg_destroy_decompress(&cinfo);
+    return map;
+}
+
+Bytes scaledGray(const Bytes &frame)
+{
+    ScaledDecoder decoder;
+    Bytes gray;
+    decoder.decode(frame, gray);
+    return gray;
+}
+
 ScaledDecoder::ScaledDecoder() : cinfo(new jpeg_decompress_struct), errors(new jpeg_error_mgr)
 {
     cinfo->err = jpeg_std_error(errors);
@@ -56,8 +106,7 @@ ScaledDecoder::~ScaledDecoder()
 
 size_t ScaledDecoder::decode(const Bytes &frame, Bytes &gray)
 {
-    jpeg_mem_src(cinfo, frame.data(), static_cast<unsigned long>(frame.size()));
-    jpeg_read_header(cinfo, TRUE);
+    readFrom(*cinfo, frame);
     cinfo->scale_num = 1;
     cinfo->scale_denom = 8;
     cinfo->out_color_space = JCS_GRAYSCALE;

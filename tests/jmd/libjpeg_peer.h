@@ -1,9 +1,9 @@
-// libjpeg-turbo as the decoder's peer in the bench: it encodes frames the way
-// the camera does (baseline, 4:2:2, optional restart intervals) and decodes
-// them at 1/8 scale, the alternative to the block map.  jpeglib.h and
-// tarvo/jmd.h declare the same jpeg_* names, so they meet in no source file.
-#ifndef TARVO_BENCH_JMD_LIBJPEG_PEER_H
-#define TARVO_BENCH_JMD_LIBJPEG_PEER_H
+// libjpeg-turbo as the independent peer of the decoder: it encodes frames the
+// way the camera does (baseline, 4:2:2, optional restart intervals) and
+// tells what the block map of a frame must be.  Both libraries define
+// jpeg_* functions: a program linking both puts libjpeg first.
+#ifndef TARVO_TESTS_JMD_LIBJPEG_PEER_H
+#define TARVO_TESTS_JMD_LIBJPEG_PEER_H
 
 #include <cstddef>
 #include <cstdint>
@@ -26,9 +26,16 @@ struct EncodeOptions {
 // Baseline JPEG of an RGB picture, luminance sampled 2x1 against chroma.
 Bytes encode422(const Bytes &rgb, int width, int height, const EncodeOptions &options);
 
-// A decompressor kept across frames, for timing the 1/8 grayscale decode:
-// libjpeg's own DC-only picture, one byte per block, rounded where the map
-// is floored.
+// The exact block map: for each luminance block, floor(DC x quantiser / 8)
+// + 128 (the value taken modulo 1024 into -512..511, then clamped to
+// 0..255), from the quantised coefficients libjpeg reads.
+Bytes blockMap(const Bytes &frame);
+
+// libjpeg's own DC-only picture: the frame decoded at scale 1/8 to
+// grayscale, one byte per block, rounded where the map is floored.
+Bytes scaledGray(const Bytes &frame);
+
+// A decompressor kept across frames, for timing the 1/8 grayscale decode.
 class ScaledDecoder
 {
   public:
