@@ -77,7 +77,8 @@ TEST(JmdSteps, HeaderResultFollowsHowTheMarkersEnded)
     hunted.insert(hunted.end(), kSmall.begin() + 2, kSmall.end());
     const Bytes cut(kSmall.begin(), kSmall.begin() + 0xA8), eoi = {0xFF, 0xD8, 0xFF, 0xD9};
     const std::pair<Bytes, int> cases[] = {{kSmall, 1}, {hunted, 1}, {eoi, 2}, {cut, 0}, {{}, 0}};
-    for (const auto &[frame, expected] : cases) {
+    for (const auto &[bytes, expected] : cases) {
+        const Bytes &frame = bytes; // a binding a lambda can capture
         auto ctx = freshContext();
         int markers = -1, header = 1;
         std::string printed = tarvo::test::captureStdout([&] {
