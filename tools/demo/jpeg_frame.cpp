@@ -3,6 +3,7 @@
 // followed by 0x00 or a restart marker).
 #include "jpeg_frame.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace demo
@@ -25,8 +26,8 @@ uint32_t scanStart(const uint8_t *bytes, uint32_t length)
     return 0;
 }
 
-} // namespace
-
+// Bytes of the JPEG frame at the start of payload, EOI included; 0 when the
+// payload does not hold a whole frame.
 uint32_t jpegFrameLength(const void *payload, uint32_t length)
 {
     const uint8_t *bytes = static_cast<const uint8_t *>(payload);
@@ -45,6 +46,16 @@ uint32_t jpegFrameLength(const void *payload, uint32_t length)
         at++;
     }
     return 0;
+}
+
+} // namespace
+
+uint32_t heldFrameLength(ProfileStream *stream, int cellLength)
+{
+    if (stream->payload == nullptr || stream->payload == RB_RELEASED)
+        return 0;
+    uint32_t length = std::min(uint32_t(cellLength), rbGetCellSize(stream->ring));
+    return jpegFrameLength(stream->payload, length);
 }
 
 } // namespace demo

@@ -3,14 +3,17 @@
 #ifndef TARVO_DEMO_JPEG_FRAME_H
 #define TARVO_DEMO_JPEG_FRAME_H
 
+#include "tarvo/profile.h"
+
 #include <cstdint>
 
 namespace demo
 {
 
-// Bytes of the JPEG frame at the start of payload, EOI included; 0 when the
-// payload does not hold a whole frame.
-uint32_t jpegFrameLength(const void *payload, uint32_t length);
+// Bytes of the JPEG frame the stream holds after a pfRead that returned
+// cellLength, EOI included, read no further than the cell's size; 0 when it
+// holds no frame or no whole one.
+uint32_t heldFrameLength(ProfileStream *stream, int cellLength);
 
 } // namespace demo
 

@@ -87,7 +87,7 @@ int runMotion(const Config &config, Board &board, int readyFd)
     JpegMDInitial(&decoder);
     Schedule *schedule = nullptr;
     if (sdLoad(&schedule) != 1)
-        printf("motion: no schedule.ini in the run folder: no events\n");
+        printf("motion: the schedule did not load: no events\n");
     ProfileStream *stream = pfOpen(config.profile);
     if (stream == nullptr) {
         sdRelease(&schedule);
@@ -100,7 +100,7 @@ int runMotion(const Config &config, Board &board, int readyFd)
         int cellLength = pfRead(stream);
         if (stream->payload == RB_RELEASED)
             break;
-        uint32_t length = stream->payload ? jpegFrameLength(stream->payload, cellLength) : 0;
+        uint32_t length = heldFrameLength(stream, cellLength);
         if (length == 0)
             continue;
         uint8_t *map = maps[decoded % 2];

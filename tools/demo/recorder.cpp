@@ -31,7 +31,7 @@ int runRecorder(const Config &config, Board &board, int readyFd)
         int cellLength = pfRead(stream);
         if (stream->payload == RB_RELEASED)
             break;
-        uint32_t length = stream->payload ? jpegFrameLength(stream->payload, cellLength) : 0;
+        uint32_t length = heldFrameLength(stream, cellLength);
         if (length == 0)
             continue;
         if (write(file, stream->payload, length) != ssize_t(length)) {

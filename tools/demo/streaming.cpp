@@ -42,7 +42,7 @@ bool nextSection(Viewer &viewer)
         void *payload = viewer.stream->payload;
         if (payload == RB_RELEASED)
             return false;
-        uint32_t length = payload ? jpegFrameLength(payload, cellLength) : 0;
+        uint32_t length = heldFrameLength(viewer.stream, cellLength);
         if (length == 0)
             continue;
         char head[128];
