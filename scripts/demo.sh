@@ -11,4 +11,4 @@ build=${BUILD_DIR:-build/host}
 scripts/install-deps.sh
 cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build "$build" -j "$(nproc)" --target tarvo_demo
-exec "$build/tools/demo/tarvo_demo" --run-dir=build/demo-run "$@"
+exec "$build/tools/demo/tarvo-demo" --run-dir=build/demo-run "$@"

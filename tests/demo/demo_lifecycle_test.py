@@ -1,6 +1,6 @@
 """The demo as a user runs it: a timed run ends cleanly with a recording
 ffprobe reads; a killed role process, or a killed supervisor and a restart,
-leave nothing under the demo's keys.  argv: tarvo_demo."""
+leave nothing under the demo's keys.  argv: tarvo-demo."""
 import json, os, select, shutil, signal, subprocess, sys
 from demo_run import DemoRun, skip_or_fail
 

@@ -1,6 +1,6 @@
 """The live page in a real headless browser: frames arrive, and the overlay
 of changed blocks lies where the moving object is in the picture shown.
-argv: tarvo_demo."""
+argv: tarvo-demo."""
 import shutil, sys, tempfile
 from demo_run import DemoRun, skip_or_fail
 

@@ -1,4 +1,4 @@
-"""A run of tarvo_demo on System V keys of this test process's own, in a
+"""A run of tarvo-demo on System V keys of this test process's own, in a
 folder of its own; everything it made is removed when the test ends."""
 import os, re, shutil, signal, subprocess, sys, tempfile
 

@@ -1,6 +1,6 @@
-// tarvo_demo: the camera server in one command.
+// tarvo-demo: the camera server in one command.
 //
-//   tarvo_demo [--seconds=N] [--config=FILE] [--run-dir=DIR]
+//   tarvo-demo [--seconds=N] [--config=FILE] [--run-dir=DIR]
 #include "config.h"
 #include "supervisor.h"
 
