@@ -24,16 +24,16 @@ TEST(JmdLibjpeg, FramesGiveTheMapOfTheirDcValues)
     for (const auto &[name, frame] : fixtures())
         EXPECT_EQ(blockMap(frame.jpeg), frame.map) << name;
     auto used = freshContext();
-    for (const FrameSpec &spec : kFrames) {
-        SCOPED_TRACE(spec.name);
-        Bytes jpeg = writeFrame(spec);
+    for (const FrameSpec &shape : kFrames) {
+        SCOPED_TRACE(shape.name);
+        Bytes jpeg = writeFrame(shape);
         Bytes expected = blockMap(jpeg);
         auto fresh = freshContext();
         Decoded got = decode(fresh.get(), jpeg, expected.size());
         EXPECT_EQ(got.map, expected);
         EXPECT_EQ(decode(used.get(), jpeg, expected.size()).map, expected);
         // The same frame without DHT and DQT decodes with the tables just used.
-        Decoded bare = decode(used.get(), writeFrame(spec, false), expected.size());
+        Decoded bare = decode(used.get(), writeFrame(shape, false), expected.size());
         EXPECT_EQ(got.printed + bare.printed, "");
         EXPECT_EQ(bare.map, expected);
     }

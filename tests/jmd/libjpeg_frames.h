@@ -19,7 +19,7 @@ struct FrameSpec {
 
 // A frame from chosen coefficients, luminance sampled 2x1, its DC values on the
 // map's clamp and wrap ends and a ramp; without tables, no DQT or DHT segment.
-std::vector<uint8_t> writeFrame(const FrameSpec &spec, bool withTables = true);
+std::vector<uint8_t> writeFrame(const FrameSpec &shape, bool withTables = true);
 
 } // namespace tarvo::test::jmd
 
