@@ -2,6 +2,7 @@
 // up to the scan, whose coded data holds no 0xFF 0xD9 (a 0xFF there is
 // followed by 0x00 or a restart marker).
 #include "jpeg_frame.h"
+#include "roles.h"
 
 #include <algorithm>
 #include <cstring>
@@ -50,12 +51,19 @@ uint32_t jpegFrameLength(const void *payload, uint32_t length)
 
 } // namespace
 
-uint32_t heldFrameLength(ProfileStream *stream, int cellLength)
+uint32_t readJpegFrame(ProfileStream *stream)
 {
-    if (stream->payload == nullptr || stream->payload == RB_RELEASED)
-        return 0;
-    uint32_t length = std::min(uint32_t(cellLength), rbGetCellSize(stream->ring));
-    return jpegFrameLength(stream->payload, length);
+    while (!stopRequested()) {
+        int cellLength = pfRead(stream);
+        if (stream->payload == RB_RELEASED)
+            return 0;
+        if (stream->payload == nullptr)
+            continue;
+        uint32_t length = std::min(uint32_t(cellLength), rbGetCellSize(stream->ring));
+        if (uint32_t frameLength = jpegFrameLength(stream->payload, length))
+            return frameLength;
+    }
+    return 0;
 }
 
 } // namespace demo

@@ -10,10 +10,10 @@
 namespace demo
 {
 
-// Bytes of the JPEG frame the stream holds after a pfRead that returned
-// cellLength, EOI included, read no further than the cell's size; 0 when it
-// holds no frame or no whole one.
-uint32_t heldFrameLength(ProfileStream *stream, int cellLength);
+// Waits for the stream's next whole JPEG frame, left in stream->payload
+// until the next call, and returns its length (EOI included, never past the
+// cell's size); 0 once the ring is released or the role is asked to stop.
+uint32_t readJpegFrame(ProfileStream *stream);
 
 } // namespace demo
 

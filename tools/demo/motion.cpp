@@ -96,13 +96,7 @@ int runMotion(const Config &config, Board &board, int readyFd)
     reportReady(readyFd);
     MotionRun run(config.minFrames, config.quietFrames);
     uint64_t decoded = 0;
-    while (!stopRequested()) {
-        int cellLength = pfRead(stream);
-        if (stream->payload == RB_RELEASED)
-            break;
-        uint32_t length = heldFrameLength(stream, cellLength);
-        if (length == 0)
-            continue;
+    while (uint32_t length = readJpegFrame(stream)) {
         uint8_t *map = maps[decoded % 2];
         JpegMDecode(&decoder, stream->payload, length, map);
         board.frames[kMotion]++;

@@ -27,13 +27,7 @@ int runRecorder(const Config &config, Board &board, int readyFd)
     }
     reportReady(readyFd);
     int status = 0;
-    while (!stopRequested()) {
-        int cellLength = pfRead(stream);
-        if (stream->payload == RB_RELEASED)
-            break;
-        uint32_t length = heldFrameLength(stream, cellLength);
-        if (length == 0)
-            continue;
+    while (uint32_t length = readJpegFrame(stream)) {
         if (write(file, stream->payload, length) != ssize_t(length)) {
             perror(config.recordFile.c_str());
             status = 1;

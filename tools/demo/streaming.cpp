@@ -37,26 +37,19 @@ struct Viewer {
 // The next frame as one multipart section; false at the end of the stream.
 bool nextSection(Viewer &viewer)
 {
-    while (!stopRequested()) {
-        int cellLength = pfRead(viewer.stream);
-        void *payload = viewer.stream->payload;
-        if (payload == RB_RELEASED)
-            return false;
-        uint32_t length = heldFrameLength(viewer.stream, cellLength);
-        if (length == 0)
-            continue;
-        char head[128];
-        int headLength = snprintf(head, sizeof head,
-                                  "--%s\r\nContent-Type: image/jpeg\r\nContent-Length: %u\r\n\r\n",
-                                  kBoundary, length);
-        viewer.section.assign(head, size_t(headLength));
-        viewer.section.append(static_cast<const char *>(payload), length);
-        viewer.section.append("\r\n");
-        viewer.sent = 0;
-        viewer.board.frames[kStreaming]++;
-        return true;
-    }
-    return false;
+    uint32_t length = readJpegFrame(viewer.stream);
+    if (length == 0)
+        return false;
+    char head[128];
+    int headLength = snprintf(head, sizeof head,
+                              "--%s\r\nContent-Type: image/jpeg\r\nContent-Length: %u\r\n\r\n",
+                              kBoundary, length);
+    viewer.section.assign(head, size_t(headLength));
+    viewer.section.append(static_cast<const char *>(viewer.stream->payload), length);
+    viewer.section.append("\r\n");
+    viewer.sent = 0;
+    viewer.board.frames[kStreaming]++;
+    return true;
 }
 
 ssize_t readStream(void *context, uint64_t, char *buffer, size_t room)
