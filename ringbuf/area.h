@@ -206,6 +206,13 @@ inline uint8_t *writePosition(const RingBuffer *rb)
     return headerCell(rb, header(rb)->writeCell);
 }
 
+// The write position as a reader sees it without the area lock: the writer
+// stores it once, just before it gives the lock back.
+inline uint8_t *peekWritePosition(const RingBuffer *rb)
+{
+    return headerCell(rb, __atomic_load_n(&header(rb)->writeCell, __ATOMIC_ACQUIRE));
+}
+
 inline void *payloadOf(uint8_t *cell)
 {
     return cell + kCellHeaderSize;

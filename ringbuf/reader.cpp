@@ -140,6 +140,11 @@ void *rbLockRead(RingBuffer *rb)
 {
     if (rb == nullptr || rb->hold == kHolding)
         return nullptr;
+    // A reader parked on the write position would leave its place and take
+    // it again at once; it waits there without the lock instead, so that
+    // readers polling for the next frame leave the lock to the writer.
+    if (rb->hold == kParked && rb->cell == peekWritePosition(rb))
+        return awaitFrame(rb, rb->cell);
     takeAreaLock(rb);
     uint8_t *cell = rb->cell;
     if (cell == nullptr) {
