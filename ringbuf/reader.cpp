@@ -36,6 +36,27 @@ bool isNewFrame(const RingBuffer *rb, const uint8_t *cell)
     return (state == kPassedOver && seq == rb->seq + 1) || (state == kFull && seq != rb->seq);
 }
 
+// Waits while a frame may be being written into `cell`: until the writer
+// lock is free, or the cell shows a frame.  rbSafeWrite marks its cell full
+// before it copies, and holds the area lock until the copy is done; a reader
+// that sees the mark goes on to wait for that lock rather than sleep on the
+// writer lock, which the writer would then have to wake on its way out.  A
+// second look, after a yield, comes before the sleep.
+void awaitWriter(RingBuffer *rb, const uint8_t *cell)
+{
+    constexpr int kTries = 2;
+    sembuf look = {0, 0, SEM_UNDO | IPC_NOWAIT};
+    for (int attempt = 1; attempt <= kTries; attempt++) {
+        if (semop(rb->writerLock, &look, 1) == 0 || errno != EAGAIN)
+            return;
+        if (peek(cell, Field::WStat) != kWritePosition)
+            return;
+        if (attempt < kTries)
+            sched_yield();
+    }
+    sfWaitUnlock(rb->writerLock);
+}
+
 // The wait of a reader parked on `cell`: while a frame is being written
 // there it blocks until the writer publishes it, then takes the frame if it
 // is new.  The area lock is taken only when the cell looks like a new frame,
@@ -43,7 +64,7 @@ bool isNewFrame(const RingBuffer *rb, const uint8_t *cell)
 void *awaitFrame(RingBuffer *rb, uint8_t *cell)
 {
     if (peek(cell, Field::WStat) == kWritePosition)
-        sfWaitUnlock(rb->writerLock);
+        awaitWriter(rb, cell);
     if (releasing(rb))
         return RB_RELEASED;
     // A torn look at Seq while the writer stores it can only send the reader
