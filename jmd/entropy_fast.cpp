@@ -98,6 +98,16 @@ struct BitCursor {
     }
 };
 
+// The DC difference whose `category` magnitude bits (0 to 15) are at the top
+// of `bits`, without a branch on the category: a category of 0 takes no
+// bits and gives 0.
+inline int32_t dcDifference(uint64_t bits, int category)
+{
+    int32_t magnitude = int32_t((bits >> 32) >> (32 - category));
+    int32_t negative = -int32_t(magnitude < ((1 << category) >> 1));
+    return magnitude - (((1 << category) - 1) & negative);
+}
+
 struct Step {
     int bits;
     int advance;
@@ -153,15 +163,10 @@ inline void decodeMcu(BitCursor &in, const FastBlock *blocks, int blockCount, ui
             category = dcCategory(match.symbol);
         }
         if (block.firstComponent) {
-            in.skip(codeLength);
-            if (category) {
-                predictor += uint32_t(extendMagnitude(int32_t(in.peek(category)), category));
-                in.skip(category);
-            }
+            predictor += uint32_t(dcDifference(in.bits << codeLength, category));
             dc_out[b] = int16_t(uint16_t(predictor));
-        } else {
-            in.skip(codeLength + category);
         }
+        in.skip(codeLength + category);
 
         // AC coefficients are only stepped over, two look-ups per refill.
         const uint16_t *acEntries = block.acEntries;
