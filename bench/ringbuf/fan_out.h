@@ -1,5 +1,6 @@
-// Frames per second that reach each of kReaders reader processes, through a
-// ring buffer and through one Unix stream socket per reader.
+// Frames handed to kReaders reader processes through a ring buffer and
+// through one Unix stream socket per reader: how many per second at most, and
+// what they cost the machine at a camera's pace.
 #ifndef TARVO_BENCH_FAN_OUT_H
 #define TARVO_BENCH_FAN_OUT_H
 
@@ -22,22 +23,21 @@ struct FlatOutFanOut {
 
 FlatOutFanOut measureFlatOutFanOut(const TransportMaker &makeTransport);
 
-// A camera's way: the writer puts frames out at a fixed pace.  The highest
-// pace is searched at which the writer keeps it and every reader gets nearly
-// every frame.
-struct PacedFanOut {
+// A camera's way: the writer puts frames out at a fixed pace for a while,
+// each got ready first and published at its time (a ring writer holds its
+// reservation meanwhile, as a camera producer does while the sensor
+// delivers).  The CPU time of all processes, writer and readers, is counted
+// from the readers' start to their end.
+struct PacedCpu {
     bool completed;
-    double framesPerSecond;        // the highest pace sustained; 0 for none
-    double slowestReaderPerSecond; // whole frames the slowest reader got there
-    double slowestShare;           // of the frames written, there
-    double failedPace;             // the lowest pace that failed; 0 for none
-    const char *limit;             // what failed there: "writer", "readers" or "-"
-    int probes;
-    uint64_t dropped; // frames the writer found no room for, all probes
-    uint64_t faults;  // torn, mis-sized or out-of-order frames, all probes
+    double cpuMicrosecondsPerFrame; // over the frames all readers got
+    double slowestShare;            // of the frames written, the slowest reader got
+    uint64_t dropped;               // frames the writer found no room for
+    uint64_t faults;                // torn, mis-sized or out-of-order frames, all readers
 };
 
-PacedFanOut findHighestPace(const TransportMaker &makeTransport);
+PacedCpu measurePacedCpu(const TransportMaker &makeTransport, double framesPerSecond,
+                         double seconds);
 
 } // namespace tarvo::bench
 

@@ -37,9 +37,4 @@ void Pacer::awaitNextFrame()
     }
 }
 
-int64_t Pacer::lateness() const
-{
-    return monotonicNanoseconds() - next_;
-}
-
 } // namespace tarvo::bench

@@ -19,9 +19,6 @@ class Pacer
     explicit Pacer(double framesPerSecond);
     // Sleeps until the next frame's time.
     void awaitNextFrame();
-    // Nanoseconds from the last frame's time awaited to now.
-    int64_t lateness() const;
-    int64_t period() const { return period_; }
 
   private:
     int64_t period_;

@@ -66,12 +66,13 @@ ReaderPool::~ReaderPool()
         munmap(shared_, sizeof(Shared));
 }
 
-bool ReaderPool::start(const Body &body)
+bool ReaderPool::start(const Body &body, int readers)
 {
+    count_ = std::min(readers, kReaders);
     if (shared_ == nullptr || pipe(readyPipe_) != 0)
         return false;
     fflush(nullptr);
-    for (int index = 0; index < kReaders; index++) {
+    for (int index = 0; index < count_; index++) {
         pids_[index] = fork();
         if (pids_[index] < 0)
             break;
@@ -90,7 +91,7 @@ bool ReaderPool::start(const Body &body)
     char note;
     while (read(readyPipe_[0], &note, 1) == 1)
         started += note == '+';
-    return started == kReaders;
+    return started == count_;
 }
 
 bool ReaderPool::awaitFrame(uint32_t number, std::chrono::milliseconds limit) const
@@ -98,8 +99,9 @@ bool ReaderPool::awaitFrame(uint32_t number, std::chrono::milliseconds limit) co
     Clock::time_point end = Clock::now() + limit;
     for (;;) {
         bool allThere = true;
-        for (const ReaderTally &tally : shared_->tallies)
-            allThere = allThere && tally.lastNumber.load(std::memory_order_relaxed) >= number;
+        for (int index = 0; index < count_; index++)
+            allThere = allThere &&
+                       shared_->tallies[index].lastNumber.load(std::memory_order_relaxed) >= number;
         if (allThere)
             return true;
         if (Clock::now() >= end)
@@ -115,7 +117,7 @@ bool ReaderPool::stopAndWait(const Nudge &nudge)
     shared_->stop.store(true, std::memory_order_release);
     Clock::time_point end = Clock::now() + kStopLimit;
     int running = int(std::count_if(pids_.begin(), pids_.end(), [](pid_t pid) { return pid > 0; }));
-    bool allSucceeded = running == kReaders;
+    bool allSucceeded = running == count_;
     while (running > 0 && Clock::now() < end) {
         for (pid_t &pid : pids_) {
             int status = 0;
@@ -137,8 +139,9 @@ bool ReaderPool::stopAndWait(const Nudge &nudge)
 ReaderTotals ReaderPool::totals(uint32_t framesWritten) const
 {
     ReaderTotals totals{};
-    totals.slowestFrames = UINT64_MAX;
-    for (const ReaderTally &tally : shared_->tallies) {
+    totals.slowestFrames = count_ > 0 ? UINT64_MAX : 0;
+    for (int index = 0; index < count_; index++) {
+        const ReaderTally &tally = shared_->tallies[index];
         uint64_t got = tally.frames + tally.faults;
         totals.frames += tally.frames;
         totals.slowestFrames = std::min<uint64_t>(totals.slowestFrames, tally.frames);

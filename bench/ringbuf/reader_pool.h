@@ -16,7 +16,10 @@
 namespace tarvo::bench
 {
 
+// The most readers a pool runs, and the number the fan-out runs use.
 inline constexpr int kReaders = 4;
+// Readers that do not get the last frame written this soon have missed it.
+inline constexpr std::chrono::milliseconds kDrainLimit{100};
 
 // What all readers got together, each out of the same frames written.
 struct ReaderTotals {
@@ -58,8 +61,9 @@ class ReaderPool
     ReaderPool(const ReaderPool &) = delete;
     ReaderPool &operator=(const ReaderPool &) = delete;
 
-    // Starts kReaders processes; true once every one has reported a start.
-    bool start(const Body &body);
+    // Starts `readers` processes (at most kReaders); true once every one has
+    // reported a start.
+    bool start(const Body &body, int readers = kReaders);
     // True once every reader has got frame `number` or a later one; false
     // when `limit` passed first.
     bool awaitFrame(uint32_t number, std::chrono::milliseconds limit) const;
@@ -72,6 +76,7 @@ class ReaderPool
     struct Shared;
     Shared *shared_;
     std::array<pid_t, kReaders> pids_{};
+    int count_ = 0;
     int readyPipe_[2] = {-1, -1};
 };
 
