@@ -40,19 +40,17 @@ bool isNewFrame(const RingBuffer *rb, const uint8_t *cell)
 // lock is free, or the cell shows a frame.  rbSafeWrite marks its cell full
 // before it copies, and holds the area lock until the copy is done; a reader
 // that sees the mark goes on to wait for that lock rather than sleep on the
-// writer lock, which the writer would then have to wake on its way out.  A
-// second look, after a yield, comes before the sleep.
+// writer lock, which the writer would then have to wake on its way out.  The
+// few looks before the sleep span the writer's way from one lock to the mark.
 void awaitWriter(RingBuffer *rb, const uint8_t *cell)
 {
-    constexpr int kTries = 2;
+    constexpr int kTries = 3;
     sembuf look = {0, 0, SEM_UNDO | IPC_NOWAIT};
     for (int attempt = 1; attempt <= kTries; attempt++) {
         if (semop(rb->writerLock, &look, 1) == 0 || errno != EAGAIN)
             return;
         if (peek(cell, Field::WStat) != kWritePosition)
             return;
-        if (attempt < kTries)
-            sched_yield();
     }
     sfWaitUnlock(rb->writerLock);
 }
