@@ -4,8 +4,22 @@
 # camera (32-bit big-endian MIPS, under qemu-user), and on this host again
 # built by clang under AddressSanitizer and UndefinedBehaviorSanitizer,
 # where the fuzz targets also get a short smoke run.
+#
+# Longer checks, each instead of the normal run:
+#   --tsan          the parts that use threads, under ThreadSanitizer
+#   --valgrind      the host suite under valgrind memcheck
+#   --soak[=MIN]    MIN minutes (default 10) of ring, channel and decoder load
 set -euo pipefail
 cd "$(dirname "$0")/.."
+
+case ${1-} in
+    "") ;;
+    --tsan) exec scripts/check-threads.sh ;;
+    --valgrind) exec scripts/check-memory.sh ;;
+    --soak) exec scripts/soak.sh 10 ;;
+    --soak=*) exec scripts/soak.sh "${1#--soak=}" ;;
+    *) echo "usage: $0 [--tsan | --valgrind | --soak[=MINUTES]]" >&2; exit 2 ;;
+esac
 
 scripts/install-deps.sh
 jobs=$(nproc)
