@@ -78,13 +78,21 @@ const char *CommandLine::plain()
     return argument;
 }
 
+// "TOOL: MESSAGE" and the tail on standard error.
+static void printMessage(const char *tool, const char *tail, const char *format, va_list arguments)
+{
+    std::fprintf(stderr, "%s: ", tool);
+    std::vfprintf(stderr, format, arguments);
+    std::fputs(tail, stderr);
+}
+
 int CommandLine::usageError(const char *format, ...) const
 {
+    char tail[96];
+    std::snprintf(tail, sizeof tail, " (%s --help shows the usage)\n", tool_);
     va_list arguments;
     va_start(arguments, format);
-    std::fprintf(stderr, "%s: ", tool_);
-    std::vfprintf(stderr, format, arguments);
-    std::fprintf(stderr, " (%s --help shows the usage)\n", tool_);
+    printMessage(tool_, tail, format, arguments);
     va_end(arguments);
     return kExitUsage;
 }
@@ -93,9 +101,7 @@ int CommandLine::failure(const char *format, ...) const
 {
     va_list arguments;
     va_start(arguments, format);
-    std::fprintf(stderr, "%s: ", tool_);
-    std::vfprintf(stderr, format, arguments);
-    std::fputc('\n', stderr);
+    printMessage(tool_, "\n", format, arguments);
     va_end(arguments);
     return kExitFailure;
 }
