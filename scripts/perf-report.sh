@@ -3,10 +3,10 @@
 # and the library for the camera (build/perf-mips), runs every benchmark
 # once, one after the other, and writes docs/performance.md with a table and
 # a chart (docs/perf-*.png) per measurement, the machine, and its load
-# average before and after each benchmark.  The benchmarks take about three
-# minutes; run it on a quiet machine, since the figures are worth less under
-# load.  The raw outputs and the tables behind the charts stay in
-# build/perf-host/report.
+# average before and after each benchmark.  The benchmarks take about two
+# minutes, and a build from scratch about as long again; run it on a quiet
+# machine, since the figures are worth less under load.  The raw outputs and
+# the tables behind the charts stay in build/perf-host/report.
 #
 #   --quick   a smoke run of the whole pipeline, the camera server measured
 #             for 3 s instead of 25; it writes build/perf-quick, not docs
