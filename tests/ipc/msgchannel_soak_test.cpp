@@ -26,13 +26,13 @@ namespace
 
 constexpr int kClients = 4;
 
-// Counters every process of the run adds to; shared, anonymous memory.
+// Counters every process of the run adds to; shared, anonymous memory; 32 bits
+// wide, which every target updates atomically.
 struct Tally {
-    unsigned long long events, answers, leftBehind, wrong;
-    uint32_t clientsStarted;
+    unsigned events, answers, leftBehind, wrong, clientsStarted;
 };
 
-auto count = [](unsigned long long &counter) { __atomic_add_fetch(&counter, 1, __ATOMIC_RELAXED); };
+auto count = [](unsigned &counter) { __atomic_add_fetch(&counter, 1, __ATOMIC_RELAXED); };
 
 // The value an event of a command carries, and the answer to its query.
 constexpr auto valueFor = [](int32_t command) { return command ^ 0x5a5a; };
@@ -102,7 +102,7 @@ TEST(Soak, ClientsKilledAtRandomGetOnlyRightAnswers)
         client = start();
 
     std::mt19937 random(7);
-    unsigned long long kills = kClients; // with the last ones
+    unsigned kills = kClients; // with the last ones
     auto end = std::chrono::steady_clock::now() + std::chrono::seconds(soakSeconds);
     for (; std::chrono::steady_clock::now() < end; kills++) {
         std::this_thread::sleep_for(std::chrono::milliseconds(random() % 200));
@@ -118,8 +118,8 @@ TEST(Soak, ClientsKilledAtRandomGetOnlyRightAnswers)
     EXPECT_EQ(tally->wrong, 0u);
     EXPECT_TRUE(tally->events > 0 && tally->answers > 0);
     EXPECT_LE(tally->leftBehind, kills);
-    printf("soak: %d s, %llu events, %llu answers, %llu left behind by %llu killed clients\n",
-           soakSeconds, tally->events, tally->answers, tally->leftBehind, kills);
+    printf("soak: %d s, %u events, %u answers, %u left behind by %u killed clients\n", soakSeconds,
+           tally->events, tally->answers, tally->leftBehind, kills);
     munmap(tally, sizeof *tally);
 }
 
