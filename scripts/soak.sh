@@ -11,6 +11,7 @@ cd "$(dirname "$0")/.."
 minutes=${1:-10}
 [[ $minutes =~ ^[1-9][0-9]*$ ]] || { echo "usage: $0 [MINUTES]" >&2; exit 2; }
 out=build/soak suites=(ringbuf_soak_test msgchannel_soak_test jmd_test)
+scripts/install-deps.sh
 cmake -S . -B $out -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build $out -j 2 --target "${suites[@]}" >/dev/null
 

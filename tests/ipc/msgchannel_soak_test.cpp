@@ -3,7 +3,7 @@
 // samples) killed at random and replaced.  A killed client's answer stays in
 // the queue (answers name no client), so a client takes answers, holding the
 // query lock, until its own comes.  All must be right, at most one left behind
-// per kill.  Every process has an alarm, so a deadlock fails.
+// per kill.  Each child process has an alarm, so a deadlock fails.
 //
 //   msgchannel_soak_test [--seconds=N]   (default 3)
 #include "tarvo/msgchannel.h"
