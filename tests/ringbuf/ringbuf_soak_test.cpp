@@ -9,6 +9,7 @@
 #include "support/child.h"
 #include "support/frames.h"
 #include "support/ipc_keys.h"
+#include "support/soak.h"
 
 #include <gtest/gtest.h>
 
@@ -24,7 +25,6 @@ using namespace tarvo::test;
 namespace
 {
 
-int soakSeconds = 3;
 constexpr int kReaders = 8;
 
 // Counters every process of the run writes into; shared, anonymous memory.
@@ -138,9 +138,5 @@ TEST(Soak, ReadersSurviveKillsAndSeeOnlyIntactFrames)
 
 int main(int argc, char **argv)
 {
-    ::testing::InitGoogleTest(&argc, argv);
-    for (int i = 1; i < argc; i++)
-        if (std::strncmp(argv[i], "--seconds=", 10) == 0)
-            soakSeconds = std::max(1, std::atoi(argv[i] + 10));
-    return RUN_ALL_TESTS();
+    return runSoak(argc, argv);
 }
