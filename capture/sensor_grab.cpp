@@ -66,10 +66,11 @@ int copyAndRequeue(SensorDevice &sensor, void *dest)
     return length;
 }
 
-// Whether a frame is ready within timeout milliseconds: 1, 0, or -1.
+// Whether a frame is ready within timeout milliseconds: 1, 0, or -1 (also
+// for a negative timeout and a descriptor select cannot watch).
 int awaitFrame(int fd, int timeout)
 {
-    if (fd >= FD_SETSIZE)
+    if (timeout < 0 || fd >= FD_SETSIZE)
         return -1;
     fd_set readable;
     FD_ZERO(&readable);

@@ -80,14 +80,17 @@ bool readFile(IniFile *ini, const char *path)
     };
     bool regular = fd >= 0 && fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
     off_t size = fd < 0 ? 0 : regular ? lseek(fd, 0, SEEK_END) : -1;
-    bool readable = regular && size >= 0 && size < INT_MAX && lseek(fd, 0, SEEK_SET) == 0 &&
+    bool readable = regular && size >= 0 && size <= INT_MAX && lseek(fd, 0, SEEK_SET) == 0 &&
                     makeRoom(ini, size_t(size) + 1);
     if (!readable) {
         printf("inf: open file %s fail, %d, %d!\n", path, fd, int(size));
         return false;
     }
-    ssize_t got = read(fd, ini->text, size_t(size));
-    ini->length = got > 0 ? int(got) : 0;
+    // One read returns at most a little under 2 GiB on Linux.
+    ssize_t got = 0;
+    for (ssize_t more; got < size && (more = read(fd, ini->text + got, size_t(size - got))) > 0;)
+        got += more;
+    ini->length = int(got);
     ini->text[ini->length] = '\0';
     ini->loaded = 1;
     return true;

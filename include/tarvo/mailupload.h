@@ -35,7 +35,7 @@
  *   -601 no answer to the end of the message  -602 "quit" not answered 221
  *
  * Every command and header line is formatted into 512 bytes; one that would
- * be longer (long addresses, a user or password of more than 380 bytes) is
+ * be longer (long addresses, a user or password of more than 381 bytes) is
  * not sent and fails its step with the code above.  Text fields are read up
  * to their first NUL or their end.
  */

@@ -174,6 +174,16 @@ TEST_F(Devices, SensorGrabsCopyEachFrameWithinOneDriverBuffer)
     EXPECT_TRUE(dest == grabbed(frame++, 1000));
     EXPECT_EQ(psSelectGrab(sensor, 0), 1000);
     EXPECT_EQ(psReadGrab(sensor, nullptr), 1000);
+    // Refused: a negative timeout, descriptors from FD_SETSIZE on (the fake takes any).
+    int fd = sensor->fd, length = 0;
+    for (int at : {fd, FD_SETSIZE - 1, FD_SETSIZE}) {
+        sensor->fd = fake->fds[FAKE_CAMERA] = at;
+        std::string out = captureStdout([&] { length = psSelectGrab(sensor, at == fd ? -1 : 0); });
+        EXPECT_EQ(length, at == FD_SETSIZE - 1 ? 1000 : -1) << at;
+        EXPECT_EQ(out, length < 0 ? "Sensor: Grab error!\n" : "") << at;
+        EXPECT_TRUE(length < 0 || psReadGrab(sensor, nullptr) == 1000);
+    }
+    sensor->fd = fake->fds[FAKE_CAMERA] = fd;
     EXPECT_TRUE(fake->queued[0] && fake->queued[1]) << "both buffers back with the driver";
 }
 

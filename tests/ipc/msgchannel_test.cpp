@@ -92,6 +92,12 @@ TEST(MsgChannel, RecordsRefusalsCleaningAndNullHandles)
     EXPECT_EQ(std::vector<int>({msgClean(channel, 7), msgClean(channel, 0), msgWaitUser(channel, 0),
                                 msgWaitSys(channel, 8, 0)}),
               std::vector<int>({3, 1, -1, -1}));
+    // A foreign record of our size is read; one a byte longer jams its type.
+    const MsgRecord foreign[2] = {{9, 0, 0, 0, {}}}; // room for the byte more
+    for (size_t size : {MSG_RECORD_SIZE, MSG_RECORD_SIZE + 1})
+        ASSERT_EQ(msgsnd(channel->queue, &foreign, size, 0), 0);
+    EXPECT_EQ(msgClean(channel, 9), 1);
+    EXPECT_TRUE(msgWaitSys(channel, 9, 0) == -1 && errno == E2BIG);
 
     // A second opener shares the lock, and leaves the queue when it detaches.
     MsgChannel *second = msgInitial(key);

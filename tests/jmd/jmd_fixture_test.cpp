@@ -69,6 +69,35 @@ TEST(JmdFixtures, OtherSamplingsWriteNoFurtherThanTheMap)
     }
 }
 
+// Numbers at the layout's limits and one past, patched into a frame: Huffman
+// tables 3 and 4, quantiser tables 15 and 16, DC categories 15 and 16 (for
+// luminance's category 0), a fourth frame component and a fifth (like the third,
+// ids 4 and 5, named as third by the scan).
+TEST(JmdFixtures, NumbersAtTheLayoutLimitsAndPast)
+{
+    const Frame &f = kRestartEachRow;
+    const Bytes &own = f.map, grey(own.size(), 128);
+    // The map of the frame with `more` inserted at `at`, then patched.
+    auto patched = [&](std::vector<std::pair<size_t, uint8_t>> patches, size_t at = 0,
+                       Bytes more = {}, Bytes jpeg = kRestartEachRow.jpeg) {
+        jpeg.insert(jpeg.begin() + long(at), more.begin(), more.end());
+        for (auto [offset, value] : patches)
+            jpeg[offset] = value;
+        return decode(freshContext().get(), jpeg, own.size()).map;
+    };
+    const Bytes luminanceTables(f.jpeg.begin() + 0xb1, f.jpeg.begin() + 0xfd), third = {4, 0x11, 1};
+    EXPECT_EQ(patched({{0x140, 4}, {0x15b, 0x14}}, 0x13c, luminanceTables), own) << "tables 4 too";
+    EXPECT_EQ(patched({{0xb5, 0x03}, {0xd0, 0x13}, {0x148, 0x33}}), own) << "Huffman tables 3";
+    EXPECT_EQ(patched({{0x148, 0x44}}), grey) << "a scan naming Huffman tables 4";
+    EXPECT_EQ(patched({{0x18, 0x0f}, {0xaa, 15}}), own) << "quantiser table 15";
+    EXPECT_EQ(patched({{0xaa, 16}}), grey) << "quantiser table 16";
+    EXPECT_NE(patched({{0xc9, 15}}), own) << "DC category 15 has its bits";
+    EXPECT_EQ(patched({{0xc9, 16}}), own) << "DC category 16 as 0";
+    EXPECT_EQ(patched({{0xa1, 20}, {0xa7, 4}, {0x14e, 4}}, 0xb1, third), own) << "a fourth";
+    EXPECT_EQ(patched({{0xa1, 23}, {0xa7, 5}, {0x151, 5}}, 0xb1, {4, 0x11, 1, 5, 0x11, 1}),
+              patched({{0xa1, 20}, {0xa7, 4}, {0x14e, 5}}, 0xb1, third));
+}
+
 // read_markers tells how the header ended (APP0, 0xFF 0x00, fill bytes stepped
 // over, or cut in the frame header); jpeg_read_header succeeds only at a scan.
 TEST(JmdSteps, HeaderResultFollowsHowTheMarkersEnded)

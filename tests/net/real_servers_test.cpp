@@ -39,7 +39,9 @@ using Nginx = RealServer;
 
 TEST_P(Nginx, NotificationsAsCallerAndServerSeeThem)
 {
-    std::string longUser(HTTP_CREDENTIALS_MAX - 6, 'u'), slashes(300, '/'), expected;
+    std::string user(HTTP_CREDENTIALS_MAX - 7, 'u'), longer = user + "u", expected;
+    std::string message(HTTP_PATH_SIZE - 15, 'm'), more = message + "m";
+    std::string longest = "/cgi/notify?m=" + message;
     struct Case {
         bool keep; // the record as the last call left it, else a fresh one
         const char *user, *password, *url, *event, *message, *path;
@@ -54,8 +56,10 @@ TEST_P(Nginx, NotificationsAsCallerAndServerSeeThem)
         {0, "", "", "/cgi/notify?e=#s", "", nullptr, "", 0, 401, "/cgi/notify?e=detected"},
         {0, "cam", "wrong", "/cgi/notify", "", nullptr, "", 0, 401, "/cgi/notify"},
         {0, "", "", "/x/#m", "", "x&y=1", "", 0, 404, "/x/x%%26y%%3D1"},
-        {0, longUser.c_str(), "secret", "/cgi/notify", "", nullptr, "", -102, 0, nullptr},
-        {0, "", "", "/cgi/notify?m=#m", "", slashes.c_str(), "", -102, 0, nullptr}};
+        {0, user.c_str(), "secret", "/cgi/notify", "", nullptr, "", 0, 401, "/cgi/notify"},
+        {0, longer.c_str(), "secret", "/cgi/notify", "", nullptr, "", -102, 0, nullptr},
+        {0, "", "", "/cgi/notify?m=#m", "", message.c_str(), "", 0, 401, longest.c_str()},
+        {0, "", "", "/cgi/notify?m=#m", "", more.c_str(), "", -102, 0, nullptr}};
     // clang-format on
     HttpJob job{};
     for (const Case &c : cases) {
@@ -75,6 +79,13 @@ TEST_P(Nginx, NotificationsAsCallerAndServerSeeThem)
         EXPECT_TRUE(ofSomeSecond(job.path, c.target, before)) << job.path;
         expected += std::string("GET ") + job.path + " HTTP/1.1|127.0.0.1|" +
                     (job.auth[0] ? job.auth : "-") + "|" + std::to_string(c.status) + "\n";
+    }
+    // Requests of HTTP_BUF_SIZE - 1 bytes and one more: zeros lengthen the host.
+    for (int extra : {0, 1}) {
+        std::string host = std::string(HTTP_BUF_SIZE - 46 + extra, '0') + "177.0.0.1";
+        job.host = host.c_str(), job.url = "/cgi/notify"; // no credentials, as the last row
+        EXPECT_EQ(httpNotify(&job), -102 * extra);
+        expected += extra ? "" : "GET /cgi/notify HTTP/1.1|" + host + "|-|401\n";
     }
     server.stop(); // nginx's log is complete once it has stopped
     EXPECT_EQ(server.saved("access.log"), expected);

@@ -9,6 +9,7 @@
 #include <csignal>
 #include <pthread.h>
 #include <thread>
+#include <tuple>
 
 using namespace tarvo::test;
 
@@ -75,6 +76,52 @@ TEST(ScriptedPeers, EachRefusalAndHostileReplyGivesItsCode)
         peer.stop();
         EXPECT_EQ(outcome.result, c.result) << c.heard;
         EXPECT_EQ(peer.saved("heard"), c.heard);
+    }
+}
+
+// At each bound and past it: lines of 511 bytes and CR LF (FTP user 504, mail user 381 in base64),
+// work directory 255, server 127 (zeros, 127.0.0.1), name prefix cut to 107, lengths to INT_MAX.
+TEST(ScriptedPeers, InputAtEachBoundAndPastIt)
+{
+    const std::string zeros(MAIL_TEXT_SIZE - 10, '0'), dir(FTP_WORKDIR_SIZE - 2, 'd');
+    std::string encoded, in = "USER PASS REST TYPE ";
+    for (int i = 0; i < 127; i++)
+        encoded += "dXV1"; // 381 "u"
+    // clang-format off
+    const std::tuple<char, size_t, std::string, unsigned, int, std::string> cases[] = {
+        {'f', 504, dir + "/", INT_MAX, -306, in + "CWD PASV QUIT"}, {'f', 505, "pub", 1, -103, "QUIT"},
+        {'f', 0, dir + "d/", 1, -502, ""}, {'f', 0, "pub", INT_MAX + 1u, -501, in + "QUIT"},
+        {'m', 381, zeros + "177.0.0.1", 8, 0, "ehlo auth " + encoded + " c2VjcmV0 mail rcpt data . quit"},
+        {'m', 382, "127.0.0.1", 8, -105, "ehlo auth"}, {'m', 0, zeros + "0177.0.0.1", 8, -101, ""},
+        {'m', 0, "127.0.0.1", INT_MAX + 1u, -502, "ehlo auth Y2Ft c2VjcmV0 mail rcpt data"}};
+    // clang-format on
+    for (const auto &[kind, userLength, where, length, expected, heard] : cases) {
+        std::string command = "script 127.0.0.1 '" + encoded + " 334 UGFzc3dvcmQ6' '" + encoded +
+                              "dQ== 334 UGFzc3dvcmQ6'"; // users 381 and 382
+        for (const std::string &answer : kind == 'm' ? kSmtp : kFtp)
+            command += " '" + answer + "'";
+        Peer peer(command);
+        std::string user = userLength ? std::string(userLength, 'u') : "cam", at = where;
+        std::string prefix(MAIL_TEXT_SIZE - 21 + (expected != 0), 'p'); // 107 or 108
+        int result;
+        if (kind == 'f') {
+            FtpJob job{};
+            ftpInit(&job);
+            job.host = text("127.0.0.1"), job.user = user.data(), job.password = text("secret");
+            job.port = peer.port, job.directory = at.data(), job.fixedName = 1;
+            result = ftpUpload(&job, text("snapshot"), length);
+        } else {
+            MailJob job;
+            mailInit(&job);
+            job.server = at.data(), job.user = user.data(), job.password = text("secret");
+            job.port = peer.port, job.auth = 1, job.namePrefix = prefix.data();
+            job.from = text("cam@x.test"), job.to1 = text("ops@x.test");
+            result = mailUpload(&job, text("snapshot"), length);
+            EXPECT_EQ(std::string(job.attachName, 108), prefix.substr(0, 107) + ".");
+        }
+        peer.stop();
+        EXPECT_EQ(result, expected) << heard;
+        EXPECT_EQ(peer.saved("heard"), heard);
     }
 }
 

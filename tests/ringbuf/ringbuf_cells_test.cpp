@@ -2,6 +2,7 @@
 // splits, merges, passed-over cells, readers' places, resets, reads by
 // number, the chain dump and the arguments refused.
 #include "tarvo/ringbuf.h"
+#include "tarvo/semlock.h"
 
 #include "support/area_view.h"
 #include "support/capture.h"
@@ -179,6 +180,15 @@ TEST(RingBuffer, ArgumentsRefusedWithoutIpcObjectsAndNullHandlesDoNothing)
     EXPECT_EQ(rbGetCellSize(reader) | rbGetCellLength(reader) | rbGetCellSeq(reader), 0u);
     rbDetach(reader);
     EXPECT_EQ(rbRelease(rb), 0);
+    // A foreign segment under a key must hold the area header and one cell's.
+    for (size_t size : {59, 60}) {
+        int foreign = keys.next();
+        sfInitial(foreign, 1), sfInitial(foreign + 16, 1), shmget(foreign, size, IPC_CREAT | 0600);
+        out = captureStdout([&] { reader = rbAttach(foreign, "tiny"); });
+        EXPECT_EQ(out, size < 60 ? "rinbuf: tiny - rbInitial: shmget fail!\n" : "");
+        EXPECT_EQ(reader != nullptr, size == 60);
+        rbDetach(reader);
+    }
 
     rbUnlockWrite(nullptr);
     rbUnlockRead(nullptr);
