@@ -61,7 +61,7 @@ struct BitCursor {
         count -= n;
     }
 
-    // Afterwards 52 to 63 bits are valid; cheap when they already were.
+    // Afterwards 53 to 63 bits are valid; cheap when they already were.
     void refill()
     {
         if (end - next >= 8) {
@@ -81,7 +81,7 @@ struct BitCursor {
     void refillBytes()
     {
         bits &= count ? ~uint64_t(0) << (64 - count) : 0;
-        while (count < 52) {
+        while (count < 53) {
             if (next < end) {
                 uint64_t byte = *next++;
                 if (byte == 0xFF) {
@@ -123,11 +123,12 @@ struct Step {
     return {match.length + (match.symbol & 15), acAdvance(match.symbol)};
 }
 
-// One look-up's worth of AC symbols; true when the block has ended.  Needs
-// 26 valid bits and leaves at least that many fewer.
-inline bool skipCoefficients(BitCursor &in, const uint16_t *entries, const FastBlock &block, int &k)
+// One look-up's worth of AC symbols, for the look-ahead `window`; true when
+// the block has ended.  A fast entry takes at most 21 bits (a code that ends
+// in the look-ahead and 10 magnitude bits); the code search refills.
+inline bool skipCoefficients(BitCursor &in, uint32_t window, const FastBlock &block, int &k)
 {
-    uint16_t entry = entries[in.peek(kFastAcBits)];
+    uint16_t entry = block.acEntries[window];
     if (__builtin_expect(k + acEntryAdvance(entry) >= 64, 0)) {
         in.refill();
         Step step = searchCoefficient(block, entry, in.bits);
@@ -148,12 +149,14 @@ inline void decodeMcu(BitCursor &in, const FastBlock *blocks, int blockCount, ui
 {
     for (int b = 0; b < blockCount; b++) {
         const FastBlock &block = blocks[b];
-        // A DC code (at most 17 bits) and its magnitude (at most 15).
-        if (in.count < 32)
-            in.refill();
+        // A DC code (at most 17 bits) and its magnitude (at most 15).  At
+        // least 11 bits are left from the block before, enough for the
+        // look-ahead, which is taken before the refill as below.
+        uint32_t dcWindow = in.peek(kFastDcBits);
+        in.refill();
         int codeLength;
         int category;
-        if (uint16_t entry = block.dcEntries[in.peek(kFastDcBits)]) {
+        if (uint16_t entry = block.dcEntries[dcWindow]) {
             codeLength = dcEntryCodeLength(entry);
             category = dcEntryCategory(entry);
         } else {
@@ -169,13 +172,18 @@ inline void decodeMcu(BitCursor &in, const FastBlock *blocks, int blockCount, ui
         in.skip(codeLength + category);
 
         // AC coefficients are only stepped over, two look-ups per refill.
-        const uint16_t *acEntries = block.acEntries;
+        // Two fast entries take at most 42 of the 53 bits a refill leaves,
+        // so the look-ahead of the next pair is taken before the refill,
+        // which then stays off the chain of look-ups.
         int k = 1;
+        uint32_t window = in.peek(kFastAcBits);
+        in.refill();
         for (;;) {
-            in.refill();
-            if (skipCoefficients(in, acEntries, block, k) ||
-                skipCoefficients(in, acEntries, block, k))
+            if (skipCoefficients(in, window, block, k) ||
+                skipCoefficients(in, in.peek(kFastAcBits), block, k))
                 break;
+            window = in.peek(kFastAcBits);
+            in.refill();
         }
     }
 }
@@ -227,6 +235,7 @@ int decodeMcusFast(JmdState &s, FastReader &reader, const FastBlock *blocks, Mcu
     BitCursor in = {reader.bits, reader.count, reader.padding, reader.next, reader.end};
     uint32_t predictor = s.last_dc_val[0];
     int done = 0;
+    in.refill();
     while (done < count) {
         std::memset(dc[done], 0, sizeof dc[done]);
         decodeMcu(in, blocks, s.blocks_in_MCU, predictor, dc[done]);
