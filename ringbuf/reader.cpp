@@ -42,8 +42,14 @@ bool isNewFrame(const RingBuffer *rb, const uint8_t *cell)
 // that sees the mark goes on to wait for that lock rather than sleep on the
 // writer lock, which the writer would then have to wake on its way out.  The
 // few looks before the sleep span the writer's way from one lock to the mark.
+// A cell already stamped with the next number was reserved with rbLockWrite,
+// whose writer keeps the lock until it publishes: no look can end that wait.
 void awaitWriter(RingBuffer *rb, const uint8_t *cell)
 {
+    if (peek(cell, Field::Seq) == rb->seq + 1) {
+        sfWaitUnlock(rb->writerLock);
+        return;
+    }
     constexpr int kTries = 3;
     sembuf look = {0, 0, SEM_UNDO | IPC_NOWAIT};
     for (int attempt = 1; attempt <= kTries; attempt++) {

@@ -12,21 +12,29 @@ namespace
 
 constexpr int64_t kFlatOutNanoseconds = 1'500'000'000;
 
-// User and system time of `who` (RUSAGE_SELF or RUSAGE_CHILDREN), in microseconds.
-double cpuMicroseconds(int who)
+struct ProcessesUsage {
+    double cpuMicroseconds;
+    double switches; // voluntary and involuntary context switches
+};
+
+// User and system time and context switches of `who` (RUSAGE_SELF or
+// RUSAGE_CHILDREN).
+ProcessesUsage usageOf(int who)
 {
     rusage usage{};
     getrusage(who, &usage);
     auto micros = [](const timeval &time) {
         return double(time.tv_sec) * 1e6 + double(time.tv_usec);
     };
-    return micros(usage.ru_utime) + micros(usage.ru_stime);
+    return {micros(usage.ru_utime) + micros(usage.ru_stime),
+            double(usage.ru_nvcsw) + double(usage.ru_nivcsw)};
 }
 
-// The writer's CPU time and that of every reader reaped so far.
-double processesCpuMicroseconds()
+// The writer's usage and that of every reader reaped so far.
+ProcessesUsage processesUsage()
 {
-    return cpuMicroseconds(RUSAGE_SELF) + cpuMicroseconds(RUSAGE_CHILDREN);
+    ProcessesUsage self = usageOf(RUSAGE_SELF), children = usageOf(RUSAGE_CHILDREN);
+    return {self.cpuMicroseconds + children.cpuMicroseconds, self.switches + children.switches};
 }
 
 } // namespace
@@ -62,7 +70,7 @@ PacedCpu measurePacedCpu(const TransportMaker &makeTransport, double framesPerSe
                          double seconds)
 {
     PacedCpu result{};
-    double cpuBefore = processesCpuMicroseconds();
+    ProcessesUsage before = processesUsage();
     std::unique_ptr<Transport> transport = makeTransport();
     if (!transport->start())
         return result;
@@ -76,9 +84,11 @@ PacedCpu measurePacedCpu(const TransportMaker &makeTransport, double framesPerSe
     }
     transport->readers().awaitFrame(written, kDrainLimit);
     result.completed = transport->stop() && sound;
-    double cpu = processesCpuMicroseconds() - cpuBefore;
+    ProcessesUsage after = processesUsage();
+    double cpu = after.cpuMicroseconds - before.cpuMicroseconds;
     ReaderTotals totals = transport->readers().totals(written);
     result.cpuMicrosecondsPerFrame = totals.frames ? cpu / double(totals.frames) : 0;
+    result.switchesPerFrame = (after.switches - before.switches) / double(written);
     result.slowestShare = double(totals.slowestFrames) / written;
     result.dropped = transport->dropped();
     result.faults = totals.faults;

@@ -31,6 +31,7 @@ FlatOutFanOut measureFlatOutFanOut(const TransportMaker &makeTransport);
 struct PacedCpu {
     bool completed;
     double cpuMicrosecondsPerFrame; // over the frames all readers got
+    double switchesPerFrame;        // context switches of all processes per frame written
     double slowestShare;            // of the frames written, the slowest reader got
     uint64_t dropped;               // frames the writer found no room for
     uint64_t faults;                // torn, mis-sized or out-of-order frames, all readers

@@ -12,7 +12,9 @@
  *    through the ring (rbLockWrite / rbUnlockWrite) against one Unix stream
  *    socket per reader.  Target: at least 1.5x at 64 KiB, 4x at 1 MiB.
  * 3. Fan-out at a camera's pace: CPU time of all processes per frame a
- *    reader got, ring against sockets.  Target: at most 0.5x.
+ *    reader got, ring against sockets.  Target: at most 0.5x.  The context
+ *    switches of the same runs per frame written follow in a table of their
+ *    own, without a target: they tell where the time of 3 goes.
  *
  * Frames are numbered in their first and last four bytes, which every reader
  * checks; rings have 8 cells of one frame each.  Exit status 1 when a run
@@ -27,6 +29,7 @@
 
 #include <cstdio>
 #include <unistd.h>
+#include <vector>
 
 using namespace tarvo::bench;
 
@@ -162,6 +165,24 @@ bool runFlatOutFanOut(int &keyIndex)
     return sound;
 }
 
+struct PacedSwitches {
+    const char *frame;
+    double pace;
+    double ring;
+    double sockets;
+};
+
+void printPacedSwitches(const std::vector<PacedSwitches> &rows)
+{
+    printf("\n4. Context switches of all processes per frame written, in the runs of 3\n"
+           "   (voluntary and involuntary; a writer and %d readers that each sleep once\n"
+           "   per frame make %d).\n",
+           kReaders, kReaders + 1);
+    printf("   %-7s %6s  %8s %8s\n", "frame", "pace/s", "ring", "sockets");
+    for (const PacedSwitches &row : rows)
+        printf("   %-7s %6.0f  %8.2f %8.2f\n", row.frame, row.pace, row.ring, row.sockets);
+}
+
 bool runPacedCpu(int &keyIndex)
 {
     printf("\n3. Fan-out to %d readers at a camera's pace, %.0f s per row: CPU time of all\n"
@@ -173,6 +194,7 @@ bool runPacedCpu(int &keyIndex)
     printf("   %-7s %6s  %-16s  %-16s %7s  %-15s %7s %6s\n", "frame", "pace/s", "ring us    got",
            "sockets us  got", "ratio", "target", "dropped", "faults");
     bool sound = true;
+    std::vector<PacedSwitches> switches;
     for (const FrameSize &frame : {k64KiB, k512KiB}) {
         for (double pace : kCameraPaces) {
             int key = ringKey(keyIndex++);
@@ -196,11 +218,13 @@ bool runPacedCpu(int &keyIndex)
             printf(" %7llu %6llu\n", (unsigned long long)ring.dropped,
                    (unsigned long long)(ring.faults + sockets.faults));
             fflush(stdout);
+            switches.push_back({frame.label, pace, ring.switchesPerFrame, sockets.switchesPerFrame});
             sound = sound && ring.faults + sockets.faults == 0;
             if (interrupted())
                 return false;
         }
     }
+    printPacedSwitches(switches);
     return sound;
 }
 
