@@ -211,19 +211,16 @@ void *rbLockWrite(RingBuffer *rb, uint32_t length)
     return payloadOf(found.cell);
 }
 
-// The write position moves on before the writer lock is given back: readers
-// woken by that find the area lock free and, once done with the frame, park
-// on the cell the writer will reserve next rather than on the one they read.
 void rbUnlockWrite(RingBuffer *rb)
 {
     if (rb == nullptr || rb->cell == nullptr || sfLocked(rb->writerLock) == 0)
         return;
-    takeAreaLock(rb);
     uint8_t *cell = rb->cell;
     set(cell, Field::WStat, kFull);
+    sfUnlock(rb->writerLock);
+    takeAreaLock(rb);
     advanceWritePosition(rb, cell);
     leaveArea(rb);
-    sfUnlock(rb->writerLock);
 }
 
 } // extern "C"
