@@ -152,7 +152,7 @@ std::vector<uint8_t> grabbed(uint32_t frame = 0, int length = 0)
     return bytes;
 }
 
-TEST_F(Devices, SensorGrabsCopyEachFrameWithinOneDriverBuffer)
+TEST_F(Devices, SensorGrabsWithinOneDriverBufferAndSendsElevenByteCommands)
 {
     ASSERT_EQ(captureStdout([&] { kInitial(sensor); }), kInitialLine);
     EXPECT_EQ(fake->timePerFrame.denominator, kFps * fake->timePerFrame.numerator);
@@ -185,12 +185,9 @@ TEST_F(Devices, SensorGrabsCopyEachFrameWithinOneDriverBuffer)
     }
     sensor->fd = fake->fds[FAKE_CAMERA] = fd;
     EXPECT_TRUE(fake->queued[0] && fake->queued[1]) << "both buffers back with the driver";
-}
 
-// The command's low 16 bits high byte first and the value's low 8 bits.
-TEST_F(Devices, SensorSendsAsicCommandsAsElevenBytes)
-{
-    ASSERT_EQ(captureStdout([&] { kInitial(sensor); }), kInitialLine);
+    // An ASIC command is eleven bytes: the command's low 16 bits high byte
+    // first and the value's low 8 bits.
     EXPECT_EQ(SetASICCommand(sensor->fd, 0x7abcd, 0x1ff), 0);
     const uint8_t bytes[11] = {0x81, 0xab, 0xcd, 0xff};
     EXPECT_EQ(memcmp(fake->command, bytes, sizeof bytes), 0);

@@ -1,6 +1,6 @@
 """A run of tarvo-demo on System V keys of this test process's own, in a
 folder of its own; everything it made is removed when the test ends."""
-import os, re, shutil, signal, subprocess, sys, tempfile
+import contextlib, os, re, shutil, signal, subprocess, sys, tempfile
 
 def skip_or_fail(reason):
     """A missing peer: skipped on a normal run, a failure in CI."""
@@ -52,10 +52,8 @@ class DemoRun:
     def close(self):
         if self.process and self.process.poll() is None:
             for pid in [*self.children().values(), self.process.pid]:
-                try:
+                with contextlib.suppress(ProcessLookupError):
                     os.kill(pid, signal.SIGKILL)
-                except ProcessLookupError:
-                    pass
             self.process.wait()
         for key in self.objects_left():
             for kind in ("-M", "-S", "-Q"):

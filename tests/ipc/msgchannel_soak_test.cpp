@@ -12,8 +12,6 @@
 #include "support/ipc_keys.h"
 #include "support/soak.h"
 
-#include <sys/mman.h>
-
 #include <chrono>
 #include <memory>
 #include <random>
@@ -26,8 +24,8 @@ namespace
 
 constexpr int kClients = 4;
 
-// Counters every process of the run adds to; shared, anonymous memory; 32 bits
-// wide, which every target updates atomically.
+// Counters every process of the run adds to; 32 bits wide, which every target
+// updates atomically.
 struct Tally {
     unsigned events, answers, leftBehind, wrong, clientsStarted;
 };
@@ -87,9 +85,8 @@ TEST(Soak, ClientsKilledAtRandomGetOnlyRightAnswers)
 {
     IpcKeys keys;
     int key = keys.next();
-    auto *tally = static_cast<Tally *>(
-        mmap(nullptr, sizeof(Tally), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-    ASSERT_NE(tally, MAP_FAILED);
+    Tally *tally = sharedCounters<Tally>();
+    ASSERT_NE(tally, nullptr);
     MsgChannel *owner = msgInitial(key);
     ASSERT_NE(owner, nullptr);
     unsigned limit = unsigned(soakSeconds) + 60;
@@ -120,7 +117,6 @@ TEST(Soak, ClientsKilledAtRandomGetOnlyRightAnswers)
     EXPECT_LE(tally->leftBehind, kills);
     printf("soak: %d s, %u events, %u answers, %u left behind by %u killed clients\n", soakSeconds,
            tally->events, tally->answers, tally->leftBehind, kills);
-    munmap(tally, sizeof *tally);
 }
 
 } // namespace

@@ -1,9 +1,9 @@
 // Frames from coefficients, and maps from DC values, by libjpeg-turbo.
 #include "libjpeg_frames.h"
+#include "libjpeg_peer.h"
 
 #include <algorithm>
 #include <cstdio> // jpeglib.h needs FILE
-#include <cstdlib>
 #include <jpeglib.h>
 #include <random>
 
@@ -20,50 +20,35 @@ static int lumaDc(int block)
 
 std::vector<uint8_t> writeFrame(const FrameSpec &shape, bool withTables)
 {
-    jpeg_compress_struct cinfo;
-    jpeg_error_mgr errors;
-    cinfo.err = jpeg_std_error(&errors);
-    jpeg_create_compress(&cinfo);
-    unsigned char *out = nullptr;
-    unsigned long outSize = 0;
-    jpeg_mem_dest(&cinfo, &out, &outSize);
-    cinfo.image_width = JDIMENSION(shape.width);
-    cinfo.image_height = JDIMENSION(shape.height);
-    cinfo.input_components = 3;
-    cinfo.in_color_space = JCS_YCbCr;
-    jpeg_set_defaults(&cinfo);
-    jpeg_set_quality(&cinfo, shape.quality, TRUE);
-    cinfo.comp_info[0].v_samp_factor = 1; // 2x1, where the default is 2x2
-    cinfo.restart_interval = shape.restartMcus;
-
-    auto common = reinterpret_cast<j_common_ptr>(&cinfo);
-    JDIMENSION across = JDIMENSION(shape.width + 15) / 16, down = JDIMENSION(shape.height + 7) / 8;
-    jvirt_barray_ptr blocks[3];
-    for (int c = 0; c < 3; c++)
-        blocks[c] = cinfo.mem->request_virt_barray(common, JPOOL_IMAGE, TRUE, across * (c ? 1 : 2),
-                                                   down, 1);
-    cinfo.mem->realize_virt_arrays(common);
-    std::minstd_rand random(unsigned(shape.width * 7919 + shape.height));
-    for (int c = 0, luma = 0; c < 3; c++)
-        for (JDIMENSION row = 0; row < down; row++)
-            for (JDIMENSION column = 0; column < across * (c ? 1 : 2); column++) {
-                JCOEF *block =
-                    cinfo.mem->access_virt_barray(common, blocks[c], row, 1, TRUE)[0][column];
-                std::fill_n(block, DCTSIZE2, 0);
-                block[0] = JCOEF(c ? int(random() % 201) - 100 : lumaDc(luma++));
-                for (int n = 0; n < shape.acPerBlock; n++) {
-                    int value = random() % 8 ? int(random() % 7) - 3 : int(random() % 2047) - 1023;
-                    block[1 + random() % 63] = JCOEF(value ? value : 1);
+    jvirt_barray_ptr blocks[3]; // libjpeg reads them until the compression finishes
+    auto write = [&](jpeg_compress_struct &cinfo) {
+        auto common = reinterpret_cast<j_common_ptr>(&cinfo);
+        JDIMENSION across = JDIMENSION(shape.width + 15) / 16,
+                   down = JDIMENSION(shape.height + 7) / 8;
+        for (int c = 0; c < 3; c++)
+            blocks[c] = cinfo.mem->request_virt_barray(common, JPOOL_IMAGE, TRUE,
+                                                       across * (c ? 1 : 2), down, 1);
+        cinfo.mem->realize_virt_arrays(common);
+        std::minstd_rand random(unsigned(shape.width * 7919 + shape.height));
+        for (int c = 0, luma = 0; c < 3; c++)
+            for (JDIMENSION row = 0; row < down; row++)
+                for (JDIMENSION column = 0; column < across * (c ? 1 : 2); column++) {
+                    JCOEF *block =
+                        cinfo.mem->access_virt_barray(common, blocks[c], row, 1, TRUE)[0][column];
+                    std::fill_n(block, DCTSIZE2, 0);
+                    block[0] = JCOEF(c ? int(random() % 201) - 100 : lumaDc(luma++));
+                    for (int n = 0; n < shape.acPerBlock; n++) {
+                        int value =
+                            random() % 8 ? int(random() % 7) - 3 : int(random() % 2047) - 1023;
+                        block[1 + random() % 63] = JCOEF(value ? value : 1);
+                    }
                 }
-            }
-    jpeg_write_coefficients(&cinfo, blocks);
-    if (!withTables)
-        jpeg_suppress_tables(&cinfo, TRUE); // after the call above marked them all for writing
-    jpeg_finish_compress(&cinfo);
-    std::vector<uint8_t> frame(out, out + outSize);
-    jpeg_destroy_compress(&cinfo);
-    std::free(out);
-    return frame;
+        jpeg_write_coefficients(&cinfo, blocks);
+        if (!withTables) // after the call above marked them all for writing
+            jpeg_suppress_tables(&cinfo, TRUE);
+    };
+    return jpeg::compress(shape.width, shape.height, JCS_YCbCr, shape.quality, shape.restartMcus,
+                          write);
 }
 
 } // namespace tarvo::test::jmd

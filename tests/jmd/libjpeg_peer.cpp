@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <jpeglib.h>
 
 namespace tarvo::test::jpeg
@@ -28,7 +29,8 @@ void readFrom(jpeg_decompress_struct &cinfo, const Bytes &frame)
 
 } // namespace
 
-Bytes encode422(const Bytes &rgb, int width, int height, const EncodeOptions &options)
+Bytes compress(int width, int height, int colorSpace, int quality, unsigned restartMcus,
+               const std::function<void(jpeg_compress_struct &)> &write)
 {
     jpeg_compress_struct cinfo;
     jpeg_error_mgr errors;
@@ -40,25 +42,30 @@ Bytes encode422(const Bytes &rgb, int width, int height, const EncodeOptions &op
     cinfo.image_width = JDIMENSION(width);
     cinfo.image_height = JDIMENSION(height);
     cinfo.input_components = 3;
-    cinfo.in_color_space = JCS_RGB;
+    cinfo.in_color_space = J_COLOR_SPACE(colorSpace);
     jpeg_set_defaults(&cinfo);
-    jpeg_set_quality(&cinfo, options.quality, TRUE);
-    cinfo.comp_info[0].h_samp_factor = 2;
-    cinfo.comp_info[0].v_samp_factor = 1;
-    for (int c = 1; c < 3; c++)
-        cinfo.comp_info[c].h_samp_factor = cinfo.comp_info[c].v_samp_factor = 1;
-    cinfo.restart_interval = static_cast<unsigned int>(options.restartMcus);
-    cinfo.optimize_coding = options.optimizeCodes ? TRUE : FALSE;
-    jpeg_start_compress(&cinfo, TRUE);
-    while (cinfo.next_scanline < cinfo.image_height) {
-        JSAMPROW row = const_cast<JSAMPROW>(&rgb[size_t(cinfo.next_scanline) * size_t(width) * 3]);
-        jpeg_write_scanlines(&cinfo, &row, 1);
-    }
+    jpeg_set_quality(&cinfo, quality, TRUE);
+    cinfo.comp_info[0].v_samp_factor = 1; // 2x1, where the default is 2x2
+    cinfo.restart_interval = restartMcus;
+    write(cinfo);
     jpeg_finish_compress(&cinfo);
     Bytes frame(out, out + outSize);
     jpeg_destroy_compress(&cinfo);
     std::free(out);
     return frame;
+}
+
+Bytes encode422(const Bytes &rgb, int width, int height, const EncodeOptions &options)
+{
+    auto write = [&](jpeg_compress_struct &cinfo) {
+        cinfo.optimize_coding = options.optimizeCodes ? TRUE : FALSE;
+        jpeg_start_compress(&cinfo, TRUE);
+        while (cinfo.next_scanline < cinfo.image_height) {
+            auto row = const_cast<JSAMPROW>(&rgb[size_t(cinfo.next_scanline) * size_t(width) * 3]);
+            jpeg_write_scanlines(&cinfo, &row, 1);
+        }
+    };
+    return compress(width, height, JCS_RGB, options.quality, unsigned(options.restartMcus), write);
 }
 
 Bytes blockMap(const Bytes &frame)

@@ -7,8 +7,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <vector>
 
+struct jpeg_compress_struct;
 struct jpeg_decompress_struct;
 struct jpeg_error_mgr;
 
@@ -22,6 +24,11 @@ struct EncodeOptions {
     int restartMcus;    // 0 for no restart markers
     bool optimizeCodes; // tables fitted to the frame instead of the standard ones
 };
+
+// A frame of three components in libjpeg's `colorSpace`, luminance sampled
+// 2x1, restart markers every `restartMcus` MCUs (0: none), that `write` writes.
+Bytes compress(int width, int height, int colorSpace, int quality, unsigned restartMcus,
+               const std::function<void(jpeg_compress_struct &)> &write);
 
 // Baseline JPEG of an RGB picture, luminance sampled 2x1 against chroma.
 Bytes encode422(const Bytes &rgb, int width, int height, const EncodeOptions &options);

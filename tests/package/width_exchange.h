@@ -12,14 +12,9 @@
 namespace tarvo::test::widths
 {
 
-constexpr uint32_t kFrames = 300, kLongestFrame = 3016;
+constexpr uint32_t kFrames = 300;
 enum Command { kRingReady = 1, kParked, kFramesRead, kDone };
 constexpr long kMine = 8 * sizeof(long), kTheirs = 96 - kMine; // 32 or 64
-
-inline uint32_t lengthOf(uint32_t number)
-{
-    return 16 + (number * 977) % (kLongestFrame - 15);
-}
 
 inline bool tell(MsgChannel *channel, Command command, int value = 0)
 {
@@ -35,7 +30,7 @@ inline bool heard(MsgChannel *channel, Command command)
 inline bool writeFrames(RingBuffer *ring)
 {
     for (uint32_t number = 1; number <= kFrames; number++)
-        if (writeFrame(ring, number, lengthOf(number)) != 1)
+        if (writeFrame(ring, number, frameLength(number)) != 1)
             return false;
     return true;
 }
@@ -48,8 +43,8 @@ inline int readFrames(ProfileStream *stream)
     for (; number <= kFrames; number++) {
         int length = pfRead(stream); // the cell's length field
         void *payload = stream->payload;
-        if (!payload || payload == RB_RELEASED || length != int(lengthOf(number)) ||
-            !frameIsIntact(payload, number, lengthOf(number)))
+        if (!payload || payload == RB_RELEASED || length != int(frameLength(number)) ||
+            !frameIsIntact(payload, number, frameLength(number)))
             break;
     }
     pfClose(stream);

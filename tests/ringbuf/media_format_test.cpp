@@ -25,9 +25,7 @@ struct Shown {
     uint32_t width, height; // from bits 4-7 whatever the type
 };
 
-class Show : public ::testing::TestWithParam<Shown>
-{
-};
+using Show = ::testing::TestWithParam<Shown>;
 
 TEST_P(Show, OneLinePerFieldAndThePictureSize)
 {

@@ -150,9 +150,7 @@ const Damage kDamages[] = {
      }},
 };
 
-class DamagedArea : public ::testing::TestWithParam<Damage>
-{
-};
+using DamagedArea = ::testing::TestWithParam<Damage>;
 
 // The calls run in a child whose alarm turns a hang into a failure.
 TEST_P(DamagedArea, EndsSafely)

@@ -22,11 +22,6 @@ namespace
 
 constexpr uint32_t kFrames = 60;
 
-uint32_t lengthOf(uint32_t number)
-{
-    return 16 + (number * 977) % 3000;
-}
-
 TEST(SemLock, CreatorStartsFreshOpenersFindItAndAHeldLockStays)
 {
     IpcKeys keys;
@@ -82,9 +77,7 @@ int readAllFrames(int profile, bool asProfile, Signal &ready, Signal &released)
     return seen && counted ? 0 : 1;
 }
 
-class Travel : public ::testing::TestWithParam<bool>
-{
-};
+using Travel = ::testing::TestWithParam<bool>;
 
 TEST_P(Travel, EveryReaderGetsEveryFrameByteForByteThenTheRelease)
 {
@@ -99,7 +92,7 @@ TEST_P(Travel, EveryReaderGetsEveryFrameByteForByteThenTheRelease)
     for (int i = 0; i < 3; i++)
         ASSERT_EQ(ready.await(), '!');
     for (uint32_t number = 1; number <= kFrames; number++)
-        ASSERT_EQ(writeFrame(writer, number, lengthOf(number), GetParam()), 1);
+        ASSERT_EQ(writeFrame(writer, number, frameLength(number), GetParam()), 1);
     for (int i = 0; i < 3; i++)
         ASSERT_EQ(ready.await(), '!');
     EXPECT_EQ(rbRelease(writer), 0);

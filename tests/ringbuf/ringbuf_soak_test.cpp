@@ -13,8 +13,6 @@
 
 #include <gtest/gtest.h>
 
-#include <sys/mman.h>
-
 #include <chrono>
 #include <memory>
 #include <random>
@@ -27,7 +25,7 @@ namespace
 
 constexpr int kReaders = 8;
 
-// Counters every process of the run writes into; shared, anonymous memory.
+// Counters every process of the run writes into.
 struct Tally {
     uint64_t written, dropped, frames[kReaders], corrupt[kReaders];
     int stop;
@@ -93,9 +91,8 @@ TEST(Soak, ReadersSurviveKillsAndSeeOnlyIntactFrames)
 {
     IpcKeys keys;
     int profile = keys.profileNumber();
-    auto *tally = static_cast<Tally *>(
-        mmap(nullptr, sizeof(Tally), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-    ASSERT_NE(tally, MAP_FAILED);
+    Tally *tally = sharedCounters<Tally>();
+    ASSERT_NE(tally, nullptr);
     unsigned limit = unsigned(soakSeconds) + 60;
     Signal created;
     Child writer([&] { return runWriter(pfGetPKey(profile), tally, created); }, limit);
@@ -131,7 +128,6 @@ TEST(Soak, ReadersSurviveKillsAndSeeOnlyIntactFrames)
     printf("soak: %d s, %llu frames written, %llu dropped, %llu read\n", soakSeconds,
            (unsigned long long)tally->written, (unsigned long long)tally->dropped,
            (unsigned long long)frames);
-    munmap(tally, sizeof *tally);
 }
 
 } // namespace

@@ -19,12 +19,10 @@ template <typename Body> std::string captureFd(int fd, Body &&body)
     fflush(nullptr);
     dup2(saved, fd);
     close(saved);
-    std::string text;
+    fseek(sink, 0, SEEK_END);
+    std::string text(size_t(ftell(sink)), '\0');
     rewind(sink);
-    char chunk[512];
-    size_t got;
-    while ((got = fread(chunk, 1, sizeof chunk, sink)) > 0)
-        text.append(chunk, got);
+    text.resize(fread(text.data(), 1, text.size(), sink));
     fclose(sink);
     return text;
 }

@@ -41,8 +41,6 @@ class Child
     Child(const Child &) = delete;
     Child &operator=(const Child &) = delete;
 
-    pid_t pid() const { return pid_; }
-
     // Exit status of the child (0..255), or 1000 + signal when it was killed.
     int wait()
     {

@@ -22,6 +22,12 @@ inline void fillFrame(uint8_t *at, uint32_t number, uint32_t length)
         at[i] = uint8_t((number * 2654435761u + i * 40503u) >> 13);
 }
 
+// A length from 16 to 3015 bytes that varies with the frame's number.
+inline uint32_t frameLength(uint32_t number)
+{
+    return 16 + (number * 977) % 3000;
+}
+
 // True when `length` bytes at `at` are exactly frame `number`.
 inline bool frameIsIntact(const void *at, uint32_t number, uint32_t length)
 {

@@ -2,6 +2,7 @@
 // against a ring and a channel served by other processes, and a camera frame.
 #include "tarvo/profile.h"
 
+#include "support/area_view.h"
 #include "support/child.h"
 #include "support/ipc_keys.h"
 #include "support/temp_dir.h"
@@ -73,10 +74,8 @@ TEST(Tools, RbstatShowsTheFramesOfALiveRingItsDamageAndNoRing)
     EXPECT_PRED_FORMAT2(IsSubstring, "newest 3  no new frames",
                         run(RBSTAT_TOOL, {"--key", k, "--watch", "--seconds", "1"}));
 
-    auto *segment = static_cast<uint8_t *>(shmat(shmget(key, 0, 0), nullptr, 0));
-    ASSERT_NE(segment, reinterpret_cast<void *>(-1));
-    segment[28 + 32 + 100 + 16] = 0x7F; // the second cell's size, past the segment
-    shmdt(segment);
+    AreaView area(key); // the second cell's size, past the segment
+    area.setField(area.cells().at(1).at, AreaView::Size, 0x7F000000);
     EXPECT_PRED_FORMAT2(IsSubstring, "damaged at cell 1: its payload runs past",
                         run(RBSTAT_TOOL, {"--key", k}, 3));
     finished.raise();
