@@ -11,7 +11,7 @@ namespace
 {
 
 // Odd sizes, both qualities, restarts every MCU, few and row, AC none to all.
-const FrameSpec kFrames[] = {
+const FrameShape kFrames[] = {
     {"24x8_q90_rst1", 24, 8, 90, 1, 5},
     {"33x17_q75_rst2", 33, 17, 75, 2, 63},
     {"640x480_q90_rst_row", 640, 480, 90, 40, 12},
@@ -24,7 +24,7 @@ TEST(JmdLibjpeg, FramesGiveTheMapOfTheirDcValues)
     for (const auto &[name, frame] : fixtures())
         EXPECT_EQ(blockMap(frame.jpeg), frame.map) << name;
     auto used = freshContext();
-    for (const FrameSpec &shape : kFrames) {
+    for (const FrameShape &shape : kFrames) {
         SCOPED_TRACE(shape.name);
         Bytes jpeg = writeFrame(shape);
         Bytes expected = blockMap(jpeg);

@@ -18,7 +18,7 @@ static int lumaDc(int block)
     return block % 2 ? kEnds[block / 2 % 12] : block * 37 % 2047 - 1023;
 }
 
-std::vector<uint8_t> writeFrame(const FrameSpec &shape, bool withTables)
+std::vector<uint8_t> writeFrame(const FrameShape &shape, bool withTables)
 {
     jvirt_barray_ptr blocks[3]; // libjpeg reads them until the compression finishes
     auto write = [&](jpeg_compress_struct &cinfo) {

@@ -10,7 +10,7 @@
 namespace tarvo::test::jmd
 {
 
-struct FrameSpec {
+struct FrameShape {
     const char *name;
     int width, height, quality;
     unsigned restartMcus; // restart markers every so many MCUs, 0 for none
@@ -19,7 +19,7 @@ struct FrameSpec {
 
 // A frame from chosen coefficients, luminance sampled 2x1, its DC values on the
 // map's clamp and wrap ends and a ramp; without tables, no DQT or DHT segment.
-std::vector<uint8_t> writeFrame(const FrameSpec &shape, bool withTables = true);
+std::vector<uint8_t> writeFrame(const FrameShape &shape, bool withTables = true);
 
 } // namespace tarvo::test::jmd
 
