@@ -5,8 +5,7 @@
  * the C library.  Tests get the state from fakeDevicesReset (by dlsym), which
  * closes the devices and forgets every trouble.  Plain C.
  */
-#ifndef TARVO_TESTS_FAKE_DEVICES_H
-#define TARVO_TESTS_FAKE_DEVICES_H
+#pragma once
 
 #include <stdint.h>
 #include <sys/time.h>
@@ -44,5 +43,3 @@ typedef struct FakeDevices {
 
 /* Byte `offset` of frame number `frame`. */
 #define FAKE_BYTE(frame, offset) ((uint8_t)((frame)*37u + (offset)*7u + 1u))
-
-#endif

@@ -1,7 +1,6 @@
 // What the decoder's tests share: decoding with what it prints caught, the
 // committed frames, and the properties a damaged frame's map must have.
-#ifndef TARVO_TESTS_JMD_CHECKS_H
-#define TARVO_TESTS_JMD_CHECKS_H
+#pragma once
 
 #include "tarvo/jmd.h"
 
@@ -157,5 +156,3 @@ inline void expectDamagedFramesBehave(const Frame &intact)
 }
 
 } // namespace tarvo::test::jmd
-
-#endif

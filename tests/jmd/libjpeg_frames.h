@@ -1,8 +1,7 @@
 // Frames from chosen coefficients by libjpeg-turbo (the maps they must give
 // come from libjpeg_peer.h).  jpeglib.h declares jpeg_* names as tarvo/jmd.h
 // does: only the .cpp files include it.
-#ifndef TARVO_TESTS_JMD_LIBJPEG_FRAMES_H
-#define TARVO_TESTS_JMD_LIBJPEG_FRAMES_H
+#pragma once
 
 #include <cstdint>
 #include <vector>
@@ -22,5 +21,3 @@ struct FrameShape {
 std::vector<uint8_t> writeFrame(const FrameShape &shape, bool withTables = true);
 
 } // namespace tarvo::test::jmd
-
-#endif

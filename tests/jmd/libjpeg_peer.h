@@ -2,8 +2,7 @@
 // way the camera does (baseline, 4:2:2, optional restart intervals) and
 // tells what the block map of a frame must be.  Both libraries define
 // jpeg_* functions: a program linking both puts libjpeg first.
-#ifndef TARVO_TESTS_JMD_LIBJPEG_PEER_H
-#define TARVO_TESTS_JMD_LIBJPEG_PEER_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -59,5 +58,3 @@ class ScaledDecoder
 };
 
 } // namespace tarvo::test::jpeg
-
-#endif

@@ -1,8 +1,7 @@
 // The three clients behind one face: one transfer as "cam" (of "snapshot"
 // as pub/snap.jpg for FTP, passive unless `drop` is -1; with an encoded
 // subject for mail), the n-th required input nulled when `drop` is n > 0.
-#ifndef TARVO_TESTS_NET_CLIENTS_H
-#define TARVO_TESTS_NET_CLIENTS_H
+#pragma once
 
 #include "tarvo/ftpupload.h"
 #include "tarvo/httpnotify.h"
@@ -87,5 +86,3 @@ inline const Client kClients[] = {
 // clang-format on
 
 } // namespace tarvo::test
-
-#endif

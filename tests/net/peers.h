@@ -1,7 +1,6 @@
 // The network suites' peers, all on loopback: the real servers and scripted
 // peers of peers/peers.py, and sockets that refuse or never answer.
-#ifndef TARVO_TESTS_NET_PEERS_H
-#define TARVO_TESTS_NET_PEERS_H
+#pragma once
 
 #include "support/temp_dir.h"
 
@@ -78,5 +77,3 @@ struct LoopbackPort {
 };
 
 } // namespace tarvo::test
-
-#endif

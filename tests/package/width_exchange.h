@@ -2,8 +2,7 @@
 // sides: frames through one ring buffer each way (the first writer hands the
 // ring over to the other process), and records through one message channel
 // each way, each side receiving the system records typed with its width.
-#ifndef TARVO_TESTS_PACKAGE_WIDTH_EXCHANGE_H
-#define TARVO_TESTS_PACKAGE_WIDTH_EXCHANGE_H
+#pragma once
 
 #include "support/frames.h"
 #include "tarvo/msgchannel.h"
@@ -87,5 +86,3 @@ inline int exchange(int channelKey, int profile, bool writesFirst)
 }
 
 } // namespace tarvo::test::widths
-
-#endif

@@ -1,7 +1,6 @@
 // A test's own look into a ring buffer's segment, by key, as any other
 // process sharing the area sees it: host-order area words, big-endian cells.
-#ifndef TARVO_TESTS_AREA_VIEW_H
-#define TARVO_TESTS_AREA_VIEW_H
+#pragma once
 
 #include <sys/shm.h>
 
@@ -57,5 +56,3 @@ class AreaView
 };
 
 } // namespace tarvo::test
-
-#endif

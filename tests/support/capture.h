@@ -1,6 +1,5 @@
 // Captures what a piece of code prints on a standard stream (fd 1 or 2).
-#ifndef TARVO_TESTS_CAPTURE_H
-#define TARVO_TESTS_CAPTURE_H
+#pragma once
 
 #include <cstdio>
 #include <string>
@@ -38,5 +37,3 @@ template <typename Body> std::string captureStderr(Body &&body)
 }
 
 } // namespace tarvo::test
-
-#endif

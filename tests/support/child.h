@@ -1,7 +1,6 @@
 // Child processes for multi-process tests: started with fork, reaped with a
 // bounded wait, killed when the test ends early.
-#ifndef TARVO_TESTS_CHILD_H
-#define TARVO_TESTS_CHILD_H
+#pragma once
 
 #include <csignal>
 #include <cstdio>
@@ -98,5 +97,3 @@ inline void awaitBlockedOn(int id, int count)
 }
 
 } // namespace tarvo::test
-
-#endif

@@ -1,8 +1,7 @@
 // Test frames whose bytes derive from their number and length, so that any
 // reader can verify a frame without knowing what the writer sent: the
 // number (4 bytes), the length (4 bytes), then the derived bytes.
-#ifndef TARVO_TESTS_FRAMES_H
-#define TARVO_TESTS_FRAMES_H
+#pragma once
 
 #include "tarvo/ringbuf.h"
 
@@ -60,5 +59,3 @@ inline int writeFrame(RingBuffer *ring, uint32_t number, uint32_t length, bool i
 }
 
 } // namespace tarvo::test
-
-#endif

@@ -1,7 +1,6 @@
 // System V keys unique to one test process, and removal of everything made
 // under them when the test ends, also when it fails.
-#ifndef TARVO_TESTS_IPC_KEYS_H
-#define TARVO_TESTS_IPC_KEYS_H
+#pragma once
 
 #include <sys/msg.h>
 #include <sys/sem.h>
@@ -53,5 +52,3 @@ class IpcKeys
 };
 
 } // namespace tarvo::test
-
-#endif

@@ -2,8 +2,7 @@
 // holds the pieces as separate records (each recv() returns exactly one)
 // and is closed behind them.  Empty pieces are left out (they would read as
 // the peer closing); a pair queues about ten records.
-#ifndef TARVO_TESTS_PACKET_FEED_H
-#define TARVO_TESTS_PACKET_FEED_H
+#pragma once
 
 #include <string>
 #include <sys/socket.h>
@@ -41,5 +40,3 @@ template <typename Provider> std::vector<std::string> takePieces(Provider &input
 }
 
 } // namespace tarvo::test
-
-#endif

@@ -1,7 +1,6 @@
 // The length of a soak suite's run (`SUITE [--seconds=N]`, 3 s by default),
 // and what its processes share.
-#ifndef TARVO_TESTS_SOAK_H
-#define TARVO_TESTS_SOAK_H
+#pragma once
 
 #include <gtest/gtest.h>
 
@@ -36,5 +35,3 @@ template <typename Counters> Counters *sharedCounters()
 }
 
 } // namespace tarvo::test
-
-#endif

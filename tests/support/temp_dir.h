@@ -1,6 +1,5 @@
 // A private folder under /tmp for one test, removed with its files.
-#ifndef TARVO_TESTS_TEMP_DIR_H
-#define TARVO_TESTS_TEMP_DIR_H
+#pragma once
 
 #include <cstdlib>
 #include <fstream>
@@ -32,5 +31,3 @@ class TempDir
 };
 
 } // namespace tarvo::test
-
-#endif
