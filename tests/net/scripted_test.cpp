@@ -145,9 +145,8 @@ TEST(ForceStop, ASignalEndsADataSendThePeerDoesNotRead)
     std::jthread uploader([&] {
         FtpJob job{};
         ftpInit(&job);
-        job.host = text("127.0.0.1"), job.port = peer.port, job.fixedName = 1;
-        job.user = text("cam"), job.password = text("secret"), job.directory = text("");
-        strcpy(job.fileName, "snap.jpg");
+        job.host = text("127.0.0.1"), job.port = peer.port, job.directory = text("");
+        job.user = text("cam"), job.password = text("secret");
         result = ftpUpload(&job, snapshot.data(), unsigned(snapshot.size()));
     });
     pollfd arrived = {accept(data.fd, nullptr, nullptr), POLLIN, 0};
