@@ -1,13 +1,17 @@
 // Each client against its real server: notifications to nginx as its log
 // saw them, uploads to pyftpdlib (IPv4) and inetutils ftpd (IPv6) as they
 // landed, mail to aiosmtpd as Python's email package reads it; and what
-// the three share: debug lines, refused input, refused connections.
+// the three share: debug lines, refused input, refused connections, and
+// transfers from several threads while the caller resolves names itself.
 #include "clients.h"
 #include "peers.h"
+#include "tarvo/netconn.h"
 
 #include "support/capture.h"
 
 #include <fcntl.h>
+#include <netdb.h>
+#include <thread>
 
 using namespace tarvo::test;
 
@@ -181,11 +185,15 @@ TEST_P(Smtp, MessagesAsPythonsEmailPackageReadsThem)
 
 using EachClient = RealServer;
 
+const Client &clientServedBy(const char *peer)
+{
+    return *std::find_if(std::begin(kClients), std::end(kClients),
+                         [&](const Client &c) { return c.peer == std::string(peer); });
+}
+
 TEST_P(EachClient, TracesRefusedInputAndConnectFailure)
 {
-    const Client &c = *std::find_if(std::begin(kClients), std::end(kClients), [](const Client &c) {
-        return c.peer == std::string(GetParam());
-    });
+    const Client &c = clientServedBy(GetParam());
     EXPECT_EQ(c.debug(1), 1);
     std::string out =
         captureStdout([&] { EXPECT_EQ(c.transfer(c.host, server.port, 0).returned, 0); });
@@ -211,6 +219,29 @@ TEST_P(EachClient, TracesRefusedInputAndConnectFailure)
         }
     });
     EXPECT_EQ(out, "");
+}
+
+// The clients hold g_mutex_sock while they resolve, so the caller's own
+// resolver answers, read under the same lock, are never overwritten.
+TEST_P(EachClient, TransfersFromSeveralThreadsWhileTheCallerResolves)
+{
+    const Client &c = clientServedBy(GetParam());
+    ASSERT_EQ(c.transfer(c.host, server.port, 0).returned, 0); // FTP's directory made
+    std::atomic<int> running = 3, failed = 0, misread = 0;
+    std::vector<std::jthread> threads(3);
+    for (std::jthread &thread : threads)
+        thread = std::jthread([&] {
+            for (int i = 0; i < 4; i++)
+                failed += c.transfer(c.host, server.port, 0).returned != 0;
+            running--;
+        });
+    for (const hostent *entry; running > 0; sched_yield()) {
+        pthread_mutex_lock(&g_mutex_sock);
+        entry = gethostbyname("127.0.0.2");
+        misread += !entry || memcmp(entry->h_addr_list[0], "\x7f\0\0\x02", 4) != 0;
+        pthread_mutex_unlock(&g_mutex_sock);
+    }
+    EXPECT_EQ(std::pair(failed.load(), misread.load()), std::pair(0, 0));
 }
 
 auto named = [](const auto &info) {

@@ -6,7 +6,9 @@
 
 #include "support/child.h"
 
+#include <atomic>
 #include <csignal>
+#include <poll.h>
 #include <pthread.h>
 #include <thread>
 #include <tuple>
@@ -25,6 +27,17 @@ const std::vector<std::string> kSmtp = {
     " 220 ready", "ehlo 250-peer.test\r\n250 AUTH LOGIN", "auth 334 VXNlcm5hbWU6", "Y2Ft 334 UGFzc3dvcmQ6",
     "c2VjcmV0 235 in", "mail 250 ok", "rcpt 250 ok", "data 354 go on", ". 250 queued", "quit 221 bye"};
 // clang-format on
+
+// peers.py's command for a peer on host answering as `base` with `changes`.
+std::string script(const char *host, const std::vector<std::string> &base,
+                   const std::vector<std::string> &changes)
+{
+    std::string command = std::string("script ") + host;
+    for (const auto &answers : {base, changes})
+        for (const std::string &answer : answers)
+            command += " '" + answer + "'";
+    return command;
+}
 
 TEST(ScriptedPeers, EachRefusalAndHostileReplyGivesItsCode)
 {
@@ -65,11 +78,7 @@ TEST(ScriptedPeers, EachRefusalAndHostileReplyGivesItsCode)
     // clang-format on
     for (const Case &c : cases) {
         const char *host = isupper(c.kind) ? "::1" : "127.0.0.1";
-        std::string command = std::string("script ") + host;
-        for (const auto &answers : {tolower(c.kind) == 'm' ? kSmtp : kFtp, c.changes})
-            for (const std::string &answer : answers)
-                command += " '" + answer + "'";
-        Peer peer(command);
+        Peer peer(script(host, tolower(c.kind) == 'm' ? kSmtp : kFtp, c.changes));
         ASSERT_NE(peer.port, 0) << peer.line;
         Outcome outcome = (tolower(c.kind) == 'm' ? mailTransfer : ftpTransfer)(
             host, peer.port, tolower(c.kind) == 'a' ? -1 : 0);
@@ -164,6 +173,35 @@ TEST(ForceStop, EndsTheWaitAndStaysRaised)
             close(late);
         }
     }
+}
+
+// An upload whose data connection is never read blocks in its send, which
+// a force stop cannot reach; a signal to the sending thread, caught without
+// SA_RESTART, ends it and the upload fails with -505.
+TEST(ForceStop, ASignalEndsADataSendThePeerDoesNotRead)
+{
+    struct sigaction interrupt = {};
+    interrupt.sa_handler = [](int) {};
+    sigaction(SIGUSR2, &interrupt, nullptr); // no SA_RESTART
+    LoopbackPort data(true);
+    std::string at = std::to_string(data.port / 256) + "," + std::to_string(data.port % 256);
+    Peer peer(script("127.0.0.1", kFtp, {"STOR 150 go", "PASV 227 (127,0,0,1," + at + ")"}));
+    ASSERT_NE(peer.port, 0) << peer.line;
+    std::string snapshot(32 << 20, 'x'); // more than both socket buffers hold
+    std::atomic<int> result = 1;
+    std::jthread uploader([&] {
+        FtpJob job{};
+        ftpInit(&job);
+        job.host = text("127.0.0.1"), job.port = peer.port, job.directory = text("");
+        job.user = text("cam"), job.password = text("secret");
+        result = ftpUpload(&job, snapshot.data(), unsigned(snapshot.size()));
+    });
+    pollfd arrived = {accept(data.fd, nullptr, nullptr), POLLIN, 0};
+    poll(&arrived, 1, -1);                    // the upload has passed STOR and is sending
+    for (; result == 1; poll(nullptr, 0, 10)) // until a signal meets the send blocked
+        pthread_kill(uploader.native_handle(), SIGUSR2);
+    EXPECT_EQ(result, -505);
+    close(arrived.fd);
 }
 
 } // namespace

@@ -85,7 +85,8 @@ TEST(Killed, WriterInsideAReservation)
             rbUnlockRead(rb);
             ready.raise(published ? '!' : '?');
             go.await();
-            return published && rbLockRead(rb) == nullptr ? 0 : 1; // nothing new after the death
+            bool quiet = rbLockRead(rb) == nullptr; // nothing new after the death
+            return published && quiet && rbDetach(rb) == 0 ? 0 : 1;
         });
     for (int round = 0; round < 2; round++) {
         for (int i = 0; i < 2; i++)

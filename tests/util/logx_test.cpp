@@ -1,5 +1,6 @@
 // logx through the C library's real syslog path: a child process binds a
-// datagram socket at /dev/log in a mount namespace of its own.
+// datagram socket at /dev/log in a mount namespace of its own.  One thread
+// logs each kind of line, then several threads log at once.
 #include "tarvo/logx.h"
 
 #include "support/capture.h"
@@ -8,14 +9,16 @@
 #include <gtest/gtest.h>
 
 #include <sched.h>
+#include <set>
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <syslog.h>
+#include <thread>
 
 using namespace tarvo::test;
 
-TEST(Logx, LevelPrefixesAndTheLongestLineOnStderrAndSyslog)
+TEST(Logx, LevelPrefixesTheLongestLineAndThreadsOnStderrAndSyslog)
 {
     constexpr int kNoNamespace = 77;
     const std::string a512(512, 'a');
@@ -50,7 +53,24 @@ TEST(Logx, LevelPrefixesAndTheLongestLineOnStderrAndSyslog)
                     expected += toStderr ? logged + "\n" : "";
                 }
             });
-        return wrong + (errors != expected && printf("stderr got \"%s\"\n", errors.c_str()) > 0);
+        wrong += errors != expected && printf("stderr got \"%s\"\n", errors.c_str()) > 0;
+        // Four threads at once: every line arrives whole, and once, on both paths.
+        std::multiset<std::string> sent, logged, written;
+        errors = captureStderr([&] {
+            std::vector<std::jthread> loggers; // joined as the capture ends
+            for (int t = 0; t < 4; t++)
+                loggers.emplace_back([t] {
+                    for (int i = 0; i < 50; i++)
+                        logx(LOGX_WARNING, "%d.%d", t, i);
+                });
+            for (char record[256] = ""; logged.size() < 200 && recv(log, record, 255, 0) > 0;)
+                logged.insert(strstr(record, ": ") + 2), memset(record, 0, sizeof record);
+        });
+        for (int n = 0; n < 200; n++)
+            sent.insert("[WARNING] " + std::to_string(n / 50) + "." + std::to_string(n % 50));
+        for (size_t at = 0, end; (end = errors.find('\n', at)) != errors.npos; at = end + 1)
+            written.insert(errors.substr(at, end - at));
+        return wrong + (logged != sent) + (written != sent);
     });
     int wrong = child.wait();
     if (wrong == kNoNamespace && !(getenv("CI") && std::string(getenv("CI")) == "true"))
