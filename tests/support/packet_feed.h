@@ -22,18 +22,13 @@ struct PacketFeed {
         int ends[2];
         if (pieces.size() > kMaxPieces || socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends) != 0)
             return;
-        fd = ends[0];
-        peer = ends[1];
+        fd = ends[0], peer = ends[1];
         for (const std::string &piece : pieces)
             if (!piece.empty())
                 send(peer, piece.data(), piece.size(), MSG_DONTWAIT);
         shutdown(peer, SHUT_WR);
     }
-    ~PacketFeed()
-    {
-        close(fd);
-        close(peer);
-    }
+    ~PacketFeed() { close(fd), close(peer); }
     int fd = -1, peer = -1;
 };
 
