@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# A fuzzing campaign: every fuzz target runs for --minutes=N (default 10)
-# or for exactly --runs=N inputs, --jobs=N at once (default: as many as
-# there are cores), in a build without sanitizers (build/fuzz-fast) for
-# throughput.  What they find is merged, minimised,
+# A fuzzing campaign: every fuzz target (or those named) runs for
+# --minutes=N (default 10) or for exactly --runs=N inputs, --jobs=N at once
+# (default: as many as there are cores), in a build without sanitizers
+# (build/fuzz-fast) for throughput.  What they find is merged, minimised,
 # into fuzz/corpus/<target>, beyond what the target's seeds already cover;
 # then every corpus is replayed once under AddressSanitizer and
 # UndefinedBehaviorSanitizer (build/fuzz-san).  Exits non-zero on any crash,
@@ -13,16 +13,17 @@ shopt -s nullglob
 cd "$(dirname "$0")/.."
 
 usage() {
-    echo "usage: $0 [--minutes=N | --runs=N] [--jobs=N]" >&2
+    echo "usage: $0 [--minutes=N | --runs=N] [--jobs=N] [target...]" >&2
     exit 2
 }
-minutes=10 runs= jobs=$(nproc)
+minutes=10 runs= jobs=$(nproc) names=()
 for arg in "$@"; do
     case $arg in
         --minutes=*) minutes=${arg#--minutes=} ;;
         --runs=*) runs=${arg#--runs=} ;;
         --jobs=*) jobs=${arg#--jobs=} ;;
-        *) usage ;;
+        -*) usage ;;
+        *) names+=("$arg") ;;
     esac
 done
 for number in "$minutes" "${runs:-1}" "$jobs"; do
@@ -37,7 +38,8 @@ fi
 scripts/install-deps.sh
 root=$PWD
 campaign=$root/build/fuzz-fast/campaign
-limits=(-timeout=10 -rss_limit_mb=2048)
+# A busy machine can stall a process for tens of seconds between inputs.
+limits=(-timeout=60 -rss_limit_mb=2048)
 
 # Configures and builds the fuzz targets alone in build/NAME; each target
 # leaves a line in build/NAME/fuzz/targets/: executable, corpus, seeds.
@@ -96,7 +98,13 @@ final_stat() {
 echo "== build/fuzz-fast"
 build_targets fuzz-fast -DTARVO_SANITIZE=OFF -DTARVO_TESTS=OFF -DTARVO_TOOLS=OFF
 targets=(build/fuzz-fast/fuzz/targets/*)
-rm -rf "${campaign}"
+if ((${#names[@]})); then
+    targets=("${names[@]/#/build/fuzz-fast/fuzz/targets/}")
+fi
+for target in "${targets[@]}"; do
+    [ -f "${target}" ] || usage
+    rm -rf "${campaign:?}/${target##*/}"
+done
 
 echo "== ${#targets[@]} targets, ${length} each, ${jobs} at once"
 running=0
@@ -117,8 +125,8 @@ done
 
 echo "== replay under build/fuzz-san"
 build_targets fuzz-san -DTARVO_SANITIZE=ON
-for target in build/fuzz-san/fuzz/targets/*; do
-    replay_corpus "${target}"
+for target in "${targets[@]}"; do
+    replay_corpus "build/fuzz-san/fuzz/targets/${target##*/}"
 done
 
 status=0
