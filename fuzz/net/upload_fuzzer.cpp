@@ -13,16 +13,11 @@
 #include <fuzzer/FuzzedDataProvider.h>
 #include <netinet/in.h>
 
-namespace
-{
-
 // Bit 0: e-mail, else FTP; bit 1: the control connection is IPv6 (LPSV
 // rather than PASV); bits 2-3: a data connection is refused (0), closed at
 // once (1) or taken; bit 4: log in.
-uint8_t choices;
-int replies = -1, dataPeer = -1; // the feed's reader end; a data connection's far end
-
-} // namespace
+static uint8_t choices;
+static int replies = -1, dataPeer = -1; // the feed's reader end; a data connection's far end
 
 extern "C" int connect(int sock, const sockaddr *, socklen_t)
 {
