@@ -38,7 +38,8 @@ bool expandTemplate(const char *url, std::string_view event, const char *message
 // Reads a response into buf (kResponseRoom + 1 bytes at least, holding the
 // request before): the status code with buf holding its status text, or -1
 // receive error or short body, -2 nothing arrived before the empty line, -3
-// no empty line within kResponseRoom bytes or no status line.
+// no empty line within kResponseRoom bytes, no status line, or a status
+// code outside 0..999.
 int readResponse(NetConn &conn, int sock, char *buf);
 
 } // namespace tarvo::net

@@ -65,7 +65,10 @@ int readResponse(NetConn &conn, int sock, char *buf)
         return kStatusMalformed;
     code += strcspn(code, " ");
     code += strspn(code, " ");
-    int status = atoi(code);
+    // A code with a sign or more digits than a status has is no status.
+    long status = strtol(code, nullptr, 10);
+    if (status < 0 || status > 999)
+        return kStatusMalformed;
     const char *lineEnd = strstr(code, "\r\n");
     if (lineEnd == nullptr)
         return kStatusMalformed;
@@ -73,7 +76,7 @@ int readResponse(NetConn &conn, int sock, char *buf)
     memmove(buf, code, textLength);
     buf[textLength] = '\0';
     trace(conn, "Got http response: %s\n", buf);
-    return status;
+    return int(status);
 }
 
 } // namespace tarvo::net

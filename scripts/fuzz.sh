@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# A fuzzing campaign: every fuzz target runs for --minutes=N (default 10),
-# as many at once as there are cores, in a build without sanitizers
+# A fuzzing campaign: every fuzz target (or those named) runs for
+# --minutes=N (default 10) or for exactly --runs=N inputs, --jobs=N at once
+# (default: as many as there are cores), in a build without sanitizers
 # (build/fuzz-fast) for throughput.  What they find is merged, minimised,
 # into fuzz/corpus/<target>, beyond what the target's seeds already cover;
 # then every corpus is replayed once under AddressSanitizer and
@@ -12,23 +13,33 @@ shopt -s nullglob
 cd "$(dirname "$0")/.."
 
 usage() {
-    echo "usage: $0 [--minutes=N]" >&2
+    echo "usage: $0 [--minutes=N | --runs=N] [--jobs=N] [target...]" >&2
     exit 2
 }
-minutes=10
+minutes=10 runs= jobs=$(nproc) names=()
 for arg in "$@"; do
     case $arg in
         --minutes=*) minutes=${arg#--minutes=} ;;
-        *) usage ;;
+        --runs=*) runs=${arg#--runs=} ;;
+        --jobs=*) jobs=${arg#--jobs=} ;;
+        -*) usage ;;
+        *) names+=("$arg") ;;
     esac
 done
-[[ $minutes =~ ^[1-9][0-9]*$ ]] || usage
+for number in "$minutes" "${runs:-1}" "$jobs"; do
+    [[ $number =~ ^[1-9][0-9]*$ ]] || usage
+done
+if [ -n "$runs" ]; then
+    budget=(-runs="$runs") length="${runs} inputs"
+else
+    budget=(-max_total_time=$((minutes * 60))) length="${minutes} min"
+fi
 
 scripts/install-deps.sh
-jobs=$(nproc)
 root=$PWD
 campaign=$root/build/fuzz-fast/campaign
-limits=(-timeout=10 -rss_limit_mb=2048)
+# A busy machine can stall a process for tens of seconds between inputs.
+limits=(-timeout=60 -rss_limit_mb=2048)
 
 # Configures and builds the fuzz targets alone in build/NAME; each target
 # leaves a line in build/NAME/fuzz/targets/: executable, corpus, seeds.
@@ -47,7 +58,7 @@ fuzz_target() {
     local exe corpus seeds out=${campaign}/${1##*/}
     read -r exe corpus seeds <"$1"
     mkdir -p "${out}/found" "${corpus}"
-    "${exe}" -max_total_time=$((minutes * 60)) "${limits[@]}" -print_final_stats=1 \
+    "${exe}" "${budget[@]}" "${limits[@]}" -print_final_stats=1 \
         -artifact_prefix="${out}/" "${out}/found" "${corpus}" "${seeds}" \
         >"${out}/fuzz.log" 2>&1 || touch "${out}/failed"
 }
@@ -87,9 +98,15 @@ final_stat() {
 echo "== build/fuzz-fast"
 build_targets fuzz-fast -DTARVO_SANITIZE=OFF -DTARVO_TESTS=OFF -DTARVO_TOOLS=OFF
 targets=(build/fuzz-fast/fuzz/targets/*)
-rm -rf "${campaign}"
+if ((${#names[@]})); then
+    targets=("${names[@]/#/build/fuzz-fast/fuzz/targets/}")
+fi
+for target in "${targets[@]}"; do
+    [ -f "${target}" ] || usage
+    rm -rf "${campaign:?}/${target##*/}"
+done
 
-echo "== ${#targets[@]} targets, ${minutes} min each, ${jobs} at once"
+echo "== ${#targets[@]} targets, ${length} each, ${jobs} at once"
 running=0
 for target in "${targets[@]}"; do
     if ((running == jobs)); then
@@ -108,8 +125,8 @@ done
 
 echo "== replay under build/fuzz-san"
 build_targets fuzz-san -DTARVO_SANITIZE=ON
-for target in build/fuzz-san/fuzz/targets/*; do
-    replay_corpus "${target}"
+for target in "${targets[@]}"; do
+    replay_corpus "build/fuzz-san/fuzz/targets/${target##*/}"
 done
 
 status=0

@@ -9,7 +9,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    static const std::string path = "/tmp/tarvo-ini-fuzz-" + std::to_string(getpid()) + ".ini";
+    static const std::string path = "/dev/shm/tarvo-ini-fuzz-" + std::to_string(getpid()) + ".ini";
     FILE *file = fopen(path.c_str(), "w");
     if (file == nullptr)
         return 0;

@@ -1,5 +1,6 @@
 // The schedule loader on arbitrary files (schedule.ini in a scratch working
-// folder), asked about moments through the week, then reloaded.
+// folder in memory: on a disk, rewriting the file costs most of the time),
+// asked about moments through the week, then reloaded.
 #include "tarvo/schedule.h"
 
 #include <cstdint>
@@ -9,8 +10,9 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    static char folder[] = "/tmp/tarvo-schedule-fuzz-XXXXXX";
-    static const bool entered = mkdtemp(folder) != nullptr && chdir(folder) == 0;
+    static char folder[] = "/dev/shm/tarvo-schedule-fuzz-XXXXXX";
+    static const bool entered = mkdtemp(folder) != nullptr && chdir(folder) == 0 &&
+                                atexit([] { unlink("schedule.ini"), rmdir(folder); }) == 0;
     FILE *file = entered ? fopen("schedule.ini", "w") : nullptr;
     if (file == nullptr)
         return 0;

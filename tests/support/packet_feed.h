@@ -1,7 +1,8 @@
 // Feeds a reader that takes a socket: the far end of a SOCK_SEQPACKET pair
 // holds the pieces as separate records (each recv() returns exactly one)
-// and is closed behind them.  Empty pieces are left out (they would read as
-// the peer closing); a pair queues about ten records.
+// and is shut for writing behind them, while what the reader sends queues
+// there unread.  Empty pieces are left out (they would read as the peer
+// closing).
 #pragma once
 
 #include <string>
@@ -13,21 +14,21 @@ namespace tarvo::test
 {
 
 struct PacketFeed {
-    static constexpr size_t kMaxPieces = 10;
+    static constexpr size_t kMaxPieces = 24;
 
     explicit PacketFeed(const std::vector<std::string> &pieces)
     {
         int ends[2];
         if (pieces.size() > kMaxPieces || socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends) != 0)
             return;
-        fd = ends[0];
+        fd = ends[0], peer = ends[1];
         for (const std::string &piece : pieces)
             if (!piece.empty())
-                send(ends[1], piece.data(), piece.size(), MSG_DONTWAIT);
-        close(ends[1]);
+                send(peer, piece.data(), piece.size(), MSG_DONTWAIT);
+        shutdown(peer, SHUT_WR);
     }
-    ~PacketFeed() { close(fd); }
-    int fd = -1;
+    ~PacketFeed() { close(fd), close(peer); }
+    int fd = -1, peer = -1;
 };
 
 // A fuzzer's input (a FuzzedDataProvider) as the pieces of a feed.
