@@ -39,7 +39,7 @@ bool expandTemplate(const char *url, std::string_view event, const char *message
 // request before): the status code with buf holding its status text, or -1
 // receive error or short body, -2 nothing arrived before the empty line, -3
 // no empty line within kResponseRoom bytes, no status line, or a status
-// code outside 0..999.
+// code beyond an int.
 int readResponse(NetConn &conn, int sock, char *buf);
 
 } // namespace tarvo::net

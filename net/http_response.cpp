@@ -4,6 +4,8 @@
 #include "http_internal.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 
@@ -65,9 +67,11 @@ int readResponse(NetConn &conn, int sock, char *buf)
         return kStatusMalformed;
     code += strcspn(code, " ");
     code += strspn(code, " ");
-    // A code with a sign or more digits than a status has is no status.
+    // The code as atoi reads it; one beyond an int, where atoi has no
+    // defined value, is no status.
+    errno = 0;
     long status = strtol(code, nullptr, 10);
-    if (status < 0 || status > 999)
+    if (errno == ERANGE || status < INT_MIN || status > INT_MAX)
         return kStatusMalformed;
     const char *lineEnd = strstr(code, "\r\n");
     if (lineEnd == nullptr)

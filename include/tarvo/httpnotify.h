@@ -94,7 +94,7 @@ TARVO_API int httpNotify(HttpJob *job);
  * rest of its status line (e.g. "404 Not Found"), or -1 (receive error or
  * body shorter than its Content-Length), -2 (nothing more arrived before
  * the header's empty line) or -3 (no empty line within 1024 bytes, no
- * "HTTP/1." status line, or a status code outside 0..999).  The body is
+ * "HTTP/1." status line, or a status code beyond an int).  The body is
  * read and dropped.  Returns result; the connection is left open in sock
  * (httpNotify closes it).  A null job gives -1.
  */
